@@ -10,7 +10,9 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 # What the whole project shares: the warnings, the sanitizers, 64-bit time and file offsets on 32-bit targets.
 add_library(kutil_warnings INTERFACE)
 target_compile_options(kutil_warnings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wno-format-nonliteral -Wundef -Wpointer-arith -Wwrite-strings
+  -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wno-format-nonliteral -Wundef
+  -Wno-missing-field-initializers # what a designated initializer leaves out is zero
+  -Wpointer-arith -Wwrite-strings
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
 if(KUTIL_WERROR)
   target_compile_options(kutil_warnings INTERFACE -Werror)
