@@ -1,0 +1,10 @@
+#ifndef KUTIL_UTIL_KUTIL_H
+#define KUTIL_UTIL_KUTIL_H
+
+/* kutil.h: every family of the library at once. */
+
+#include "alloc.h"
+#include "array.h"
+#include "zel_error.h"
+
+#endif
