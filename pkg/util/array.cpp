@@ -9,7 +9,8 @@
 
 using namespace kutil;
 
-namespace {
+namespace
+{
 
 // The caller's variable has a pointer type that is not known here, so it is copied and not accessed in place.
 void *block_of(const array_desc *desc)

@@ -3,12 +3,14 @@
 
 /* array.h: an array that grows behind the caller's own pointer variable.
  *
- * A descriptor in the caller's storage is tied to one pointer variable by _array_init. array_grow reallocates the block
- * through that variable, so the caller indexes its variable directly, and pointers into the old block end with each
- * growth. Elements that were never written are zero. The block is malloc memory and belongs to the caller, who frees it
- * with array_free. Running out of memory, and a size that no memory can hold, end the process.
+ * A descriptor in the caller's storage is tied to one pointer variable by _array_init. array_grow reallocates
+ * the block through that variable, so the caller indexes its variable directly, and pointers into the old
+ * block end with each growth. Elements that were never written are zero. The block is malloc memory and
+ * belongs to the caller, who frees it with array_free. Running out of memory, and a size that no memory can
+ * hold, end the process.
  *
- * array_free leaves `used` and `allocated` as they were: set the descriptor up again before the next array_grow. */
+ * array_free leaves `used` and `allocated` as they were: set the descriptor up again before the next
+ * array_grow. */
 
 #include "api.h"
 
@@ -26,14 +28,14 @@ typedef struct array_desc {
     uint32_t flags;     /* ARRAY_F_DOUBLE or 0 */
 } array_desc;
 
-/* _array_init sets up `desc` for the pointer variable at `array_var` (of whatever pointer type, normally holding NULL)
- * and elements of `elem_size` bytes. A NULL desc: nothing happens. */
+/* _array_init sets up `desc` for the pointer variable at `array_var` (of whatever pointer type, normally
+ * holding NULL) and elements of `elem_size` bytes. A NULL desc: nothing happens. */
 KUTIL_API void _array_init(array_desc *desc, uint32_t elem_size, void *array_var, uint32_t flags);
 
-/* array_grow makes the block hold at least `n` elements, zeroes what is new, and returns what `used` was before, so
- * that callers initialise the slots from there on. `n` up to `used` changes nothing but may reallocate to the same
- * size. A growth that fails is the fatal report "realloc_e(%zd): failed", made before anything is changed. A NULL desc
- * gives 0. */
+/* array_grow makes the block hold at least `n` elements, zeroes what is new, and returns what `used` was
+ * before, so that callers initialise the slots from there on. `n` up to `used` changes nothing but may
+ * reallocate to the same size. A growth that fails is the fatal report "realloc_e(%zd): failed", made before
+ * anything is changed. A NULL desc gives 0. */
 KUTIL_API int array_grow(array_desc *desc, int n);
 
 /* array_idx_legal returns 1 when 0 <= i < allocated, else 0; 0 for a NULL desc. */

@@ -1,8 +1,8 @@
 #include "zel_error.h"
 
 #include "internal/chars.h"
-#include "internal/error_state.h"
 #include "internal/errno_scope.h"
+#include "internal/error_state.h"
 #include "internal/fd.h"
 #include "internal/report.h"
 #include "internal/signal_block.h"
@@ -21,11 +21,13 @@ int mt_task_id;
 zel_error_hook zel_error_exit_func;
 zel_error_hook zel_error_reboot_func;
 
-namespace kutil {
+namespace kutil
+{
 TraceInfo trace_info;
 }
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kSelectorMask = 0xF00;
 constexpr uint32_t kLevelCount = 9; // "none" and the eight levels
@@ -115,8 +117,8 @@ size_t conversion_length(const char *format)
     return *end ? static_cast<size_t>(end + 1 - format) : 0;
 }
 
-// The format with "%m" replaced by the text of errno, and the error text of the perror forms behind it. "%%" is a unit,
-// and a conversion that does not fit whole is dropped with all behind it.
+// The format with "%m" replaced by the text of errno, and the error text of the perror forms behind it. "%%"
+// is a unit, and a conversion that does not fit whole is dropped with all behind it.
 void expand_format(char *buffer, const char *format, const char *errno_text, const char *error_text)
 {
     Cut out(buffer, kMessageSize);
@@ -140,8 +142,8 @@ void expand_format(char *buffer, const char *format, const char *errno_text, con
         out.append_escaped(error_text);
 }
 
-// The finished message as a format that prints it once more: "%%" and "%m" keep their meaning there, which is wanted;
-// every other "%" is doubled, so that a foreign text is never a format.
+// The finished message as a format that prints it once more: "%%" and "%m" keep their meaning there, which is
+// wanted; every other "%" is doubled, so that a foreign text is never a format.
 void escape_for_log(char *buffer, size_t size, const char *message)
 {
     Cut out(buffer, size);
@@ -212,8 +214,8 @@ int report(int entity, uint32_t flags, const char *error_text, const char *forma
         char log_format[2 * kMessageSize];
         escape_for_log(log_format, sizeof(log_format), buffers->message);
         errno = keep_errno.saved();
-        // Deliberate: the message is a format here, in which "%%" and "%m" are read a second time. No other conversion
-        // is left in it, so the values that were used up are not touched.
+        // Deliberate: the message is a format here, in which "%%" and "%m" are read a second time. No other
+        // conversion is left in it, so the values that were used up are not touched.
         zel_vsyslog(entity, flags, nullptr, log_format, ap);
     }
     if (flags & kFatalFlags)

@@ -2,8 +2,8 @@
 
 #include "zel_error.h"
 
-#include "internal/error_state.h"
 #include "internal/errno_scope.h"
+#include "internal/error_state.h"
 #include "internal/fd.h"
 
 #include <cstdio>
@@ -15,13 +15,14 @@ using namespace kutil;
 
 int zel_openlog_initialized;
 
-namespace kutil {
+namespace kutil
+{
 const char *console_path = "/dev/console";
 bool opening_log;
 } // namespace kutil
 
-// syslog keeps the pointer, so the text lives as long as the log is open. It is plain memory: a failure to report while
-// the log is being opened has nowhere to go.
+// syslog keeps the pointer, so the text lives as long as the log is open. It is plain memory: a failure to
+// report while the log is being opened has nowhere to go.
 static char *ident;
 
 void zel_openlog_full(int entity, const char *name, int option, int facility)

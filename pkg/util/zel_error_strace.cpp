@@ -14,7 +14,8 @@
 
 using namespace kutil;
 
-namespace {
+namespace
+{
 
 constexpr size_t kLineSize = 100;
 constexpr uintptr_t kWordsPerLine = 8;
@@ -22,8 +23,9 @@ constexpr uintptr_t kRowBytes = kWordsPerLine * sizeof(uint32_t);
 
 constinit uintptr_t stack_top;
 
-// Copies memory that may not be there. The kernel does the reading, through a pipe, so that an address without memory
-// ends the dump and not the process; the raw call keeps the sanitizers from looking at the stack's red zones.
+// Copies memory that may not be there. The kernel does the reading, through a pipe, so that an address
+// without memory ends the dump and not the process; the raw call keeps the sanitizers from looking at the
+// stack's red zones.
 class Prober
 {
 public:
@@ -38,7 +40,8 @@ public:
     bool read_word(uintptr_t address, uint32_t *word) const
     {
         return write_end_.valid() &&
-               syscall(SYS_write, write_end_.get(), address, sizeof(*word)) == static_cast<long>(sizeof(*word)) &&
+               syscall(SYS_write, write_end_.get(), address, sizeof(*word)) ==
+                   static_cast<long>(sizeof(*word)) &&
                read(read_end_.get(), word, sizeof(*word)) == static_cast<ssize_t>(sizeof(*word));
     }
 
@@ -53,7 +56,8 @@ void dump_words(char *line, uintptr_t from, uintptr_t to)
     size_t length = strlen(line);
     uintptr_t counter = 0;
     uint32_t word = 0;
-    for (uintptr_t address = from; address <= to && prober.read_word(address, &word); address += sizeof(word)) {
+    for (uintptr_t address = from; address <= to && prober.read_word(address, &word);
+         address += sizeof(word)) {
         if (counter % kWordsPerLine == 0) {
             printf("%s\n", line);
             // Deliberate: only the low 16 bits of a row's address; the full range stands in the first line.
@@ -107,8 +111,8 @@ __attribute__((no_sanitize("undefined", "address"))) void zel_error_reboot(void)
     if (zel_error_reboot_func && !std::exchange(in_hook, true))
         zel_error_reboot_func();
 
-    // The platform's crash handling takes over when a process dies of a memory fault; the address is volatile so that
-    // no compiler sees that it is invalid.
+    // The platform's crash handling takes over when a process dies of a memory fault; the address is volatile
+    // so that no compiler sees that it is invalid.
     volatile double zero = 0.0;
     volatile uintptr_t address = 1;
     *reinterpret_cast<volatile uint32_t *>(address) = static_cast<uint32_t>(1.0 / zero > 0.0);

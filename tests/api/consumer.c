@@ -1,5 +1,5 @@
-/* A user's program, built against the installed library by a C compiler alone. It leans on one call of each kind:
- * a variable, a variadic function, an inline wrapper, a record. */
+/* A user's program, built against the installed library by a C compiler alone. It leans on one call of each
+ * kind: a variable, a variadic function, an inline wrapper, a record. */
 #include "util/kutil.h"
 
 #include <stdio.h>

@@ -1,9 +1,11 @@
 #ifndef KUTIL_INTERNAL_CHARS_H
 #define KUTIL_INTERNAL_CHARS_H
 
-// Character classes of the POSIX locale, whatever locale the process has set. Bytes from 128 up belong to none.
+// Character classes of the POSIX locale, whatever locale the process has set. Bytes from 128 up belong to
+// none.
 
-namespace kutil {
+namespace kutil
+{
 
 constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
 constexpr bool is_lower(char c) { return c >= 'a' && c <= 'z'; }

@@ -3,7 +3,8 @@
 
 #include <cerrno>
 
-namespace kutil {
+namespace kutil
+{
 
 // Puts errno back to what it was when the scope was entered.
 class ErrnoScope

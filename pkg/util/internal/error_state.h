@@ -3,7 +3,8 @@
 
 // What the sources of the reporter share with one another and with their tests.
 
-namespace kutil {
+namespace kutil
+{
 
 inline constexpr int kMessageSize = 1024; // bytes of a message with its NUL
 

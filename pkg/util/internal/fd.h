@@ -6,7 +6,8 @@
 #include <unistd.h>
 #include <utility>
 
-namespace kutil {
+namespace kutil
+{
 
 // Owns a descriptor until release().
 class Fd

@@ -1,8 +1,8 @@
 #ifndef KUTIL_INTERNAL_HEAP_H
 #define KUTIL_INTERNAL_HEAP_H
 
-// Owning handles of malloc memory, and the two doors to it: the fatal one (alloc.h's *_e, and typed forms of it here)
-// and the plain one (try_*), which reports nothing and leaves the caller's object as it was.
+// Owning handles of malloc memory, and the two doors to it: the fatal one (alloc.h's *_e, and typed forms of
+// it here) and the plain one (try_*), which reports nothing and leaves the caller's object as it was.
 
 #include "../alloc.h"
 #include "size.h"
@@ -11,7 +11,8 @@
 #include <cstdlib>
 #include <memory>
 
-namespace kutil {
+namespace kutil
+{
 
 struct Free {
     void operator()(void *block) const noexcept { free(block); }
@@ -72,7 +73,8 @@ inline char *copy_text(View text)
     return copy;
 }
 
-// Makes `value` the content of *slot and frees what was there. Last, since arguments may point into the old content.
+// Makes `value` the content of *slot and frees what was there. Last, since arguments may point into the old
+// content.
 inline void replace_text(char **slot, char *value)
 {
     char *old = *slot;

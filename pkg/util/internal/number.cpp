@@ -6,7 +6,8 @@
 #include <cstdlib>
 #include <limits>
 
-namespace kutil {
+namespace kutil
+{
 
 int32_t parse_i32(const char *text, const char **end, int base)
 {

@@ -1,17 +1,19 @@
 #ifndef KUTIL_INTERNAL_NUMBER_H
 #define KUTIL_INTERNAL_NUMBER_H
 
-// Text to number with the results of the 32-bit target on every host: what the C library's strtol, strtoul and
-// strtoull give there, saturation included.
+// Text to number with the results of the 32-bit target on every host: what the C library's strtol, strtoul
+// and strtoull give there, saturation included.
 
 #include <cstdint>
 
-namespace kutil {
+namespace kutil
+{
 
 // As strtol(text, end, base) with a 32-bit long: saturates at INT32_MIN and INT32_MAX.
 int32_t parse_i32(const char *text, const char **end = nullptr, int base = 10);
 
-// As strtoul(text, end, base) with a 32-bit unsigned long: saturates at UINT32_MAX; a minus sign negates modulo 2^32.
+// As strtoul(text, end, base) with a 32-bit unsigned long: saturates at UINT32_MAX; a minus sign negates
+// modulo 2^32.
 uint32_t parse_u32(const char *text, const char **end = nullptr, int base = 10);
 
 // As strtoull(text, end, base): saturates at UINT64_MAX; a minus sign negates modulo 2^64.

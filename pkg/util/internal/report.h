@@ -3,10 +3,11 @@
 
 #include "../zel_error.h"
 
-namespace kutil {
+namespace kutil
+{
 
-// What the library reports with: zel_error_full(kEntity, kErr, "...") and its like. Each returns -1, so that an error
-// path returns the report.
+// What the library reports with: zel_error_full(kEntity, kErr, "...") and its like. Each returns -1, so that
+// an error path returns the report.
 inline constexpr int kEntity = 10;
 inline constexpr uint32_t kErr = 4;
 inline constexpr uint32_t kWarn = 5;

@@ -3,7 +3,8 @@
 
 #include <csignal>
 
-namespace kutil {
+namespace kutil
+{
 
 // Blocks all signals until the end of the scope.
 class SignalBlock

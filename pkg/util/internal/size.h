@@ -1,13 +1,14 @@
 #ifndef KUTIL_INTERNAL_SIZE_H
 #define KUTIL_INTERNAL_SIZE_H
 
-// Sizes are added and multiplied here and nowhere by hand. An impossible size becomes SIZE_MAX, which no allocator
-// grants, so that the one place that reports a failed allocation also reports it.
+// Sizes are added and multiplied here and nowhere by hand. An impossible size becomes SIZE_MAX, which no
+// allocator grants, so that the one place that reports a failed allocation also reports it.
 
 #include <cstddef>
 #include <cstdint>
 
-namespace kutil {
+namespace kutil
+{
 
 constexpr size_t add_sizes(size_t a, size_t b)
 {

@@ -1,7 +1,8 @@
 #ifndef KUTIL_INTERNAL_TEXT_H
 #define KUTIL_INTERNAL_TEXT_H
 
-// Views of text, and the few operations on them that the standard type offers only with the C++ run-time library.
+// Views of text, and the few operations on them that the standard type offers only with the C++ run-time
+// library.
 
 #include "chars.h"
 
@@ -9,7 +10,8 @@
 #include <cstring>
 #include <string_view>
 
-namespace kutil {
+namespace kutil
+{
 
 using View = std::string_view;
 
@@ -70,8 +72,8 @@ constexpr View trim_right(View text)
 
 constexpr View trim(View text) { return trim_left(trim_right(text)); }
 
-// Membership in a set of characters, one test per character instead of a search per character. The NUL that ends a
-// text is never a member.
+// Membership in a set of characters, one test per character instead of a search per character. The NUL that
+// ends a text is never a member.
 class CharSet
 {
 public:

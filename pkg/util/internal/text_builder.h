@@ -5,10 +5,11 @@
 
 #include <utility>
 
-namespace kutil {
+namespace kutil
+{
 
-// A text that grows at its end; the buffer doubles, so appending is linear over all. Running out of memory ends the
-// process.
+// A text that grows at its end; the buffer doubles, so appending is linear over all. Running out of memory
+// ends the process.
 class TextBuilder
 {
 public:
