@@ -50,7 +50,8 @@ public:
         size_ = capacity_ = 0;
         return std::exchange(data_, nullptr);
     }
-    // Room for `count` more characters and a NUL, not yet counted.
+    // Room for `count` more characters and a NUL, not yet counted; commit() counts what was written there.
+    void commit(size_t count) { size_ += count; }
     char *room(size_t count)
     {
         const size_t needed = add_sizes(size_, count, 1);
