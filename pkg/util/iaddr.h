@@ -13,8 +13,8 @@
  * (uint32_t) has its first octet on top, and every port is a plain number; nothing outside this family
  * converts.
  *
- * Pointers: a NULL `const iaddr *` counts as a value that holds no address (family 0, bytes 0), a NULL text
- * is refused, a NULL output is not written. Source bytes (`const void *`) are not NULL and need no alignment.
+ * Pointers: a NULL `const iaddr *` counts as a value that holds no address (family 0, bytes 0), NULL address bytes
+ * (`const void *`, which need no alignment) count as zeros, a NULL text is refused, a NULL output is not written.
  *
  * The text results are static buffers: one shared by ip_addr2str and iaddr2str, one of subnet2str, one of
  * inet_ntoa_t. Each is valid until the next call of its functions. Nothing here allocates, and no call ends
