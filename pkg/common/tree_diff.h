@@ -7,19 +7,21 @@
 //   - PATH=VALUE   the key is only in the first
 //   ~ PATH=VALUE   both have the key; this is the second tree's value
 //
-// A key that holds nothing stands as PATH/. The order of brothers alone is no difference. Among brothers of one name
-// those that are equal, whatever the order inside them, belong together first; the others are paired in their order,
-// and what is left over was added or removed.
+// A key that holds nothing stands as PATH/. The order of brothers alone is no difference. Among brothers of
+// one name those that are equal, whatever the order inside them, belong together first; the others are paired
+// in their order, and what is left over was added or removed.
 //
 // Only what the get mask on top of the mask stack shows takes part. Running out of memory ends the process.
 
 #include "tree_list.h"
 
-namespace kutil::common {
+namespace kutil::common
+{
 
-// Compares what stands under the nodes at `from` and `to`: their own names do not count, and paths start below them.
-// Lines come in the order of the first tree, additions behind the keys of the same parent. Returns how many there
-// were, 0 when the trees are the same. A NULL, empty or hidden node counts as one without sons.
+// Compares what stands under the nodes at `from` and `to`: their own names do not count, and paths start
+// below them. Lines come in the order of the first tree, additions behind the keys of the same parent.
+// Returns how many there were, 0 when the trees are the same. A NULL, empty or hidden node counts as one
+// without sons.
 size_t tree_diff(set **from, set **to, LineSink sink, void *context);
 
 } // namespace kutil::common
