@@ -5,6 +5,7 @@
 
 #include "alloc.h"
 #include "array.h"
+#include "set.h"
 #include "zel_error.h"
 
 #endif

@@ -195,10 +195,7 @@ void free_chain(set *node)
     }
 }
 
-bool tree_contains(set *top, const set *node)
-{
-    return top == node || chain_contains(top->sons, node);
-}
+bool tree_contains(set *top, const set *node) { return top == node || chain_contains(top->sons, node); }
 
 void tree_join(set *target, set *source, uint32_t mask, uint32_t forced)
 {
@@ -353,27 +350,15 @@ set **tree_rename_int(set **place, uint32_t mask, int n)
     return tree_rename(place, mask, text);
 }
 
-void report_second_root()
-{
-    zel_error_full(kEntity, kFatalEmerg, "Set cannot have more than one root");
-}
+void report_second_root() { zel_error_full(kEntity, kFatalEmerg, "Set cannot have more than one root"); }
 
 } // namespace kutil
 
-set *set_alloc(const char *name)
-{
-    return name ? new_node(name, writing_mask(), nullptr) : nullptr;
-}
+set *set_alloc(const char *name) { return name ? new_node(name, writing_mask(), nullptr) : nullptr; }
 
-int set_free(set **handle)
-{
-    return tree_free(handle, writing_mask());
-}
+int set_free(set **handle) { return tree_free(handle, writing_mask()); }
 
-void set_free_sons(set **handle)
-{
-    tree_free_sons(handle, writing_mask());
-}
+void set_free_sons(set **handle) { tree_free_sons(handle, writing_mask()); }
 
 set **set_use(set **handle, set *node)
 {
@@ -386,10 +371,7 @@ set **set_use(set **handle, set *node)
     return handle;
 }
 
-set *set_dup(set **handle)
-{
-    return tree_dup(handle, reading_mask());
-}
+set *set_dup(set **handle) { return tree_dup(handle, reading_mask()); }
 
 set **set_link(set **handle, set *node, int where)
 {
@@ -411,35 +393,17 @@ set **set_link(set **handle, set *node, int where)
     return place;
 }
 
-set **set_get_son(set **handle, int n)
-{
-    return tree_get_son(handle, reading_mask(), n);
-}
+set **set_get_son(set **handle, int n) { return tree_get_son(handle, reading_mask(), n); }
 
-set **set_get_next(set **handle)
-{
-    return tree_get_next(handle, reading_mask());
-}
+set **set_get_next(set **handle) { return tree_get_next(handle, reading_mask()); }
 
-int set_get_nsons(set **handle)
-{
-    return tree_get_nsons(handle, reading_mask());
-}
+int set_get_nsons(set **handle) { return tree_get_nsons(handle, reading_mask()); }
 
-char *set_get_value(set **handle)
-{
-    return tree_get_value(handle, reading_mask());
-}
+char *set_get_value(set **handle) { return tree_get_value(handle, reading_mask()); }
 
-int set_get_int(set **handle)
-{
-    return parse_i32(text_or_empty(set_get_value(handle)));
-}
+int set_get_int(set **handle) { return parse_i32(text_or_empty(set_get_value(handle))); }
 
-char *set_son_get_str(set **handle)
-{
-    return tree_son_get_str(handle, reading_mask());
-}
+char *set_son_get_str(set **handle) { return tree_son_get_str(handle, reading_mask()); }
 
 char *set_son_get_strz(set **handle)
 {
@@ -449,40 +413,22 @@ char *set_son_get_strz(set **handle)
     return text ? text : empty;
 }
 
-int set_son_get_int(set **handle)
-{
-    return parse_i32(set_son_get_strz(handle));
-}
+int set_son_get_int(set **handle) { return parse_i32(set_son_get_strz(handle)); }
 
-uint32_t set_son_get_u32(set **handle)
-{
-    return parse_u32(set_son_get_strz(handle));
-}
+uint32_t set_son_get_u32(set **handle) { return parse_u32(set_son_get_strz(handle)); }
 
-uint64_t set_son_get_u64(set **handle)
-{
-    return parse_u64(set_son_get_strz(handle));
-}
+uint64_t set_son_get_u64(set **handle) { return parse_u64(set_son_get_strz(handle)); }
 
 int set_son_get_hex(set **handle)
 {
     return static_cast<int32_t>(parse_u32(set_son_get_strz(handle), nullptr, 16));
 }
 
-double set_son_get_float(set **handle)
-{
-    return atof(set_son_get_strz(handle));
-}
+double set_son_get_float(set **handle) { return atof(set_son_get_strz(handle)); }
 
-set **set_set_str(set **handle, const char *text)
-{
-    return tree_rename(handle, writing_mask(), text);
-}
+set **set_set_str(set **handle, const char *text) { return tree_rename(handle, writing_mask(), text); }
 
-set **set_set_int(set **handle, int n)
-{
-    return tree_rename_int(handle, writing_mask(), n);
-}
+set **set_set_int(set **handle, int n) { return tree_rename_int(handle, writing_mask(), n); }
 
 void set_clear_changed(set *node)
 {
@@ -497,10 +443,7 @@ void set_clear_changed(set *node)
     }
 }
 
-int set_changed_check(set *node)
-{
-    return node ? static_cast<int>(node->changed) : 1;
-}
+int set_changed_check(set *node) { return node ? static_cast<int>(node->changed) : 1; }
 
 int set_comp_changed(set **previous, set **current)
 {

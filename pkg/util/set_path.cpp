@@ -150,15 +150,9 @@ set **tree_set(set **place, uint32_t mask, const char *path)
 
 } // namespace kutil
 
-set **set_get(set **handle, const char *path)
-{
-    return tree_get(handle, reading_mask(), path);
-}
+set **set_get(set **handle, const char *path) { return tree_get(handle, reading_mask(), path); }
 
-set **set_set(set **handle, const char *path)
-{
-    return tree_set(handle, writing_mask(), path);
-}
+set **set_set(set **handle, const char *path) { return tree_set(handle, writing_mask(), path); }
 
 set **set_set_path_str(set **handle, const char *path, const char *value)
 {

@@ -16,21 +16,12 @@ constexpr size_t kMaxLevels = 256;
 constexpr size_t kIndent = 2;
 constexpr size_t kEscapeSize = 4; // "&xx;"
 
-constexpr bool needs_escape(char c)
-{
-    return !is_print(c) || View("()&;'\"\\").find(c) != View::npos;
-}
+constexpr bool needs_escape(char c) { return !is_print(c) || View("()&;'\"\\").find(c) != View::npos; }
 
 // What ends the text of a node. The NUL is there for the end of the whole.
-constexpr bool ends_name(char c)
-{
-    return c == '\0' || c == '(' || c == ')' || c == '\n' || c == '\r';
-}
+constexpr bool ends_name(char c) { return c == '\0' || c == '(' || c == ')' || c == '\n' || c == '\r'; }
 
-constexpr bool is_line_end(char c)
-{
-    return c == '\n' || c == '\r';
-}
+constexpr bool is_line_end(char c) { return c == '\n' || c == '\r'; }
 
 // One answer per byte, made at compile time.
 template <bool (*Test)(char)>
@@ -408,15 +399,9 @@ void draw_tree(set *top, uint32_t mask)
 
 } // namespace
 
-char *set_write_alloc(set **handle)
-{
-    return write_alloc(handle, "\n");
-}
+char *set_write_alloc(set **handle) { return write_alloc(handle, "\n"); }
 
-char *set_write_alloc_dos(set **handle)
-{
-    return write_alloc(handle, "\r\n");
-}
+char *set_write_alloc_dos(set **handle) { return write_alloc(handle, "\r\n"); }
 
 set *set_read(const char *text)
 {
@@ -465,10 +450,7 @@ char *set_read_special_chars_alloc(const char *text, size_t len)
     return text ? unescape(View(text, len)) : nullptr;
 }
 
-void set_print_tree(set **handle)
-{
-    set_print_tree_mask(handle, reading_mask());
-}
+void set_print_tree(set **handle) { set_print_tree_mask(handle, reading_mask()); }
 
 void set_print_tree_mask(set **handle, uint32_t mask)
 {

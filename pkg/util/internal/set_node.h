@@ -31,14 +31,8 @@ struct MaskStack {
 };
 extern MaskStack mask_stack;
 
-inline uint32_t reading_mask()
-{
-    return mask_stack.top->get;
-}
-inline uint32_t writing_mask()
-{
-    return mask_stack.top->set;
-}
+inline uint32_t reading_mask() { return mask_stack.top->get; }
+inline uint32_t writing_mask() { return mask_stack.top->set; }
 
 // --- One node.
 
@@ -49,19 +43,10 @@ set *new_node(View text, uint32_t layers, set *parent);
 void free_node(set *node);
 
 // Inlined up to the first character: brothers mostly differ there.
-inline bool same_text(const char *a, const char *b)
-{
-    return *a == *b && strcmp(a, b) == 0;
-}
+inline bool same_text(const char *a, const char *b) { return *a == *b && strcmp(a, b) == 0; }
 
-inline set *node_at(set **place)
-{
-    return place ? *place : nullptr;
-}
-inline bool in_mask(const set *node, uint32_t mask)
-{
-    return node && (node->layers & mask) != 0;
-}
+inline set *node_at(set **place) { return place ? *place : nullptr; }
+inline bool in_mask(const set *node, uint32_t mask) { return node && (node->layers & mask) != 0; }
 // The node at `place` when it is visible in `mask`, else NULL.
 inline set *visible_at(set **place, uint32_t mask)
 {
