@@ -7,31 +7,13 @@ namespace kutil
 namespace
 {
 
-const char *text_of(const code_str &row)
-{
-    return row.indirect ? *row.indirect : row.name;
-}
-const char *text_of(const str_str &row)
-{
-    return row.indirect ? *row.indirect : row.value;
-}
+const char *text_of(const code_str &row) { return row.indirect ? *row.indirect : row.name; }
+const char *text_of(const str_str &row) { return row.indirect ? *row.indirect : row.value; }
 
-bool is_hidden(const code_str &row)
-{
-    return row.hidden != 0;
-}
-bool is_hidden(const code_names &row)
-{
-    return row.hidden != 0;
-}
-bool is_hidden(const code_code &)
-{
-    return false;
-}
-bool is_hidden(const code_pair &)
-{
-    return false;
-}
+bool is_hidden(const code_str &row) { return row.hidden != 0; }
+bool is_hidden(const code_names &row) { return row.hidden != 0; }
+bool is_hidden(const code_code &) { return false; }
+bool is_hidden(const code_pair &) { return false; }
 
 // The first visible row with the code, else the terminator. -1 is no row's code, so it finds the terminator.
 template <class Row>
@@ -96,10 +78,7 @@ int strn2code(const code_str *table, const char *s, size_t n)
     return -1;
 }
 
-const char *code2str_ex(const code_names *table, int code)
-{
-    return code2str_ex_idx(table, code, 0);
-}
+const char *code2str_ex(const code_names *table, int code) { return code2str_ex_idx(table, code, 0); }
 
 const char *code2str_ex_idx(const code_names *table, int code, int i)
 {
@@ -199,15 +178,13 @@ const code_str zel_error2str[] = {
 };
 
 // The priorities of syslog are protocol numbers, the same everywhere.
-#define LEVELS_TO_PRIORITIES                                                                                 \
-    {                                                                                                        \
-        {1, 0}, {2, 1}, {3, 2}, {4, 3}, {5, 4}, {6, 5}, {7, 6}, {8, 7},                                      \
-        {                                                                                                    \
-            -1, 0                                                                                            \
-        }                                                                                                    \
-    }
-const code_code zel_error2syslog[] = LEVELS_TO_PRIORITIES;
-const code_code pri2syslog[] = LEVELS_TO_PRIORITIES;
+const code_code zel_error2syslog[] = {
+    {1, 0}, {2, 1}, {3, 2}, {4, 3}, {5, 4}, {6, 5}, {7, 6}, {8, 7}, {-1, 0},
+};
+
+const code_code pri2syslog[] = {
+    {1, 0}, {2, 1}, {3, 2}, {4, 3}, {5, 4}, {6, 5}, {7, 6}, {8, 7}, {-1, 0},
+};
 
 // Deliberate: 207 stands before 206; callers that list the table show this order.
 const code_str http_status_str[] = {

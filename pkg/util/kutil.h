@@ -5,6 +5,8 @@
 
 #include "alloc.h"
 #include "array.h"
+#include "code2str.h"
+#include "code_tables.h"
 #include "set.h"
 #include "zel_error.h"
 

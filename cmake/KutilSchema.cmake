@@ -1,0 +1,31 @@
+# kutil_schema_suffix(PATH OUT_VAR): what the schema file PATH adds to the library's file name and soname: the name in
+# its line SCHEMA(name). A file without a name of its own, or without a table that code_tables.h declares, is refused.
+function(kutil_schema_suffix path out_var)
+  set(default_schema "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../pkg/util/code_tables.def")
+  if(NOT EXISTS "${path}")
+    message(FATAL_ERROR "KUTIL_SCHEMA: ${path} does not exist")
+  endif()
+
+  file(STRINGS "${path}" names REGEX "^SCHEMA\\(")
+  list(LENGTH names name_count)
+  if(NOT name_count EQUAL 1 OR NOT names MATCHES "^SCHEMA\\(([a-z0-9][a-z0-9_]*)\\)")
+    message(FATAL_ERROR "KUTIL_SCHEMA: ${path} needs one line SCHEMA(name), name of a-z, 0-9 and underscore")
+  endif()
+  set(suffix "${CMAKE_MATCH_1}")
+  if(suffix STREQUAL "default")
+    message(FATAL_ERROR "KUTIL_SCHEMA: ${path} is named as the default schema; it needs a name of its own")
+  endif()
+
+  set(table_line "^TABLE\\([a-z0-9_]+,[ \t]*([a-z0-9_]+).*")
+  file(STRINGS "${path}" tables REGEX "${table_line}")
+  list(TRANSFORM tables REPLACE "${table_line}" "\\1")
+  file(STRINGS "${default_schema}" missing REGEX "${table_line}")
+  list(TRANSFORM missing REPLACE "${table_line}" "\\1")
+  list(REMOVE_ITEM missing ${tables} "")
+  if(missing)
+    list(JOIN missing " " missing)
+    message(FATAL_ERROR "KUTIL_SCHEMA: ${path} lacks ${missing}")
+  endif()
+
+  set(${out_var} "${suffix}" PARENT_SCOPE)
+endfunction()
