@@ -113,10 +113,7 @@ extern LoopSignals loop_signals;
 
 extern const event_be kPollBackEnd;
 
-inline bool same_loop(uint32_t generation)
-{
-    return loop.generation == generation;
-}
+inline bool same_loop(uint32_t generation) { return loop.generation == generation; }
 
 // Reports a registration without a loop. True when there is one.
 bool loop_is_up_for(const char *what);
@@ -125,10 +122,7 @@ bool loop_is_up_for(const char *what);
 
 // Whether there is a loop: before event_loop_init and after event_loop_uninit there are no timers and no
 // watches.
-inline bool event_loop_is_up()
-{
-    return loop_signals.up.load(std::memory_order_relaxed) != 0;
-}
+inline bool event_loop_is_up() { return loop_signals.up.load(std::memory_order_relaxed) != 0; }
 
 // _event_fd_set for callbacks of this library: when the quit flag is set after the call, the event is done
 // with. (An application's stays queued and is dispatched again.)
@@ -165,31 +159,40 @@ private:
 
 // --- Between the sources of the loop ---
 
+// Those that call callbacks take the generation of the loop, and stop when it is no more that loop.
+
 // event_fd.cpp
 void fd_table_init();
 void fd_table_free();
 void queue_free();
 void flush_dirty_descriptors();
 void shrink_fd_table();
+bool drain_queue(int floor, uint32_t generation); // down to `floor` entries; false when the loop is gone
+
+// event_poll.cpp
+const event_be *chosen_back_end();
 
 // event_timer.cpp
 void timers_init();
-Timer *timers_free(); // the timers that own their data, for timers_run_owners
+Timer *timers_free(); // returns the timers that own their data, for timers_run_owners
 void timers_run_owners(Timer *first);
 Timer *next_timer();
-void run_due_timers(uint32_t generation); // until the quit flag is set or the loop is gone
+void run_due_timers(uint32_t generation); // until the quit flag is set
 
 // event_signal.cpp
-void wakeup_init();
-void wakeup_free();
+void wakeup_init(); // from here on there is a loop
+void wakeup_stop();
+void wakeup_close();
 void signals_free();
 void run_arrived_signals(uint32_t generation);
 
 // event_child.cpp
+void children_free();
 void children_init();
 void run_exited_children(uint32_t generation);
 
 // event_exit.cpp
+void exit_init();
 void register_exit_signal();
 
 } // namespace kutil
