@@ -37,6 +37,12 @@ inline bool ends_with(View text, View suffix)
     return text.size() >= suffix.size() && sub(text, text.size() - suffix.size()) == suffix;
 }
 
+// The first `part` in `text`, or NULL; the time is linear in the text whatever they hold.
+inline const char *find(View text, View part)
+{
+    return static_cast<const char *>(memmem(text.data(), text.size(), part.data(), part.size()));
+}
+
 constexpr bool equal_ignoring_case(View a, View b)
 {
     if (a.size() != b.size())
