@@ -1,0 +1,251 @@
+#include "util/url.h"
+
+#include "support/reports.h"
+
+#include <climits>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace
+{
+
+std::string shown(const char *text) { return text ? text : "-"; }
+
+// "scheme|user|password|host|port|given|path|query", "-" for NULL, or what was reported.
+std::string parsed(const char *url)
+{
+    Reports reports;
+    parsed_url u;
+    memset(&u, 0x5a, sizeof(u));
+    const int result = parse_url(url, &u);
+    std::string text = reports.take();
+    if (result == 0) {
+        EXPECT_EQ(text, "") << url;
+        text = std::to_string(u.scheme) + "|" + shown(u.user) + "|" + shown(u.password) + "|" +
+               shown(u.host) + "|" + std::to_string(u.port) + "|" + std::to_string(u.port_given) + "|" +
+               shown(u.path) + "|" + shown(u.query);
+    }
+    parsed_url_uninit(&u);
+    const parsed_url clear = {};
+    EXPECT_EQ(memcmp(&u, &clear, sizeof(u)), 0) << url;
+    return text;
+}
+
+TEST(Url, Parts)
+{
+    const char *rows[][2] = {
+        {"http://u:p@[fe80::1]:8080/a/b?x=1", "2|u|p|fe80::1|8080|1|a/b|x=1"},
+        {"https://example.com", "3|-|-|example.com|443|0|-|-"},
+        {"HTTP://h/", "2|-|-|h|80|0||-"},
+        {"ftp://h/dir/file?x", "1|-|-|h|21|0|dir/file?x|-"}, // no query but in HTTP
+        {"tFtP://h:6969//f", "4|-|-|h|6969|1|/f|-"},
+        {"http://user@h", "2|user|-|h|80|0|-|-"},
+        {"http://user:@h", "2|user||h|80|0|-|-"},
+        {"http://a@b:c:d@h/p@q", "2|a@b|c:d|h|80|0|p@q|-"}, // last @ of the authority, first : of the login
+        {"http://h?a/b@c:1?d", "2|-|-|h|80|0|-|a/b@c:1?d"},
+        {"http://h?", "2|-|-|h|80|0|-|"},
+        {"http://", "2|-|-||80|0|-|-"},
+        {"http://:81/", "2|-|-||81|1||-"},
+        {"http://h:/x", "2|-|-|h|0|1|x|-"},
+        {"http://h: 12x:9/x", "2|-|-|h|12|1|x|-"},
+        {"http://h:99999999999?", "2|-|-|h|2147483647|1|-|"},
+        {"http://h:-1", "2|-|-|h|-1|1|-|-"},
+        {"http://[::1]", "2|-|-|::1|80|0|-|-"},
+        {"http://[::1]x:5", "2|-|-|::1|5|1|-|-"},
+        {"http://[]/", "2|-|-||80|0||-"},
+        {"http://x[::1]/", "2|-|-|x[|0|1||-"},
+        {"ftp://h", "4 The URL path must not be empty for FTP/TFTP\n"},
+        {"tftp://u@h?a", "4 The URL path must not be empty for FTP/TFTP\n"},
+        {"http://[::1/x]", "4 Host IPv6 address needs to be inside [ ]\n"},
+        {"http://u@[::1?]", "4 Host IPv6 address needs to be inside [ ]\n"},
+        {"gopher://h/", "4 Not a HTTP, HTTPS, FTP or TFTP url: gopher://h/\n"},
+        {"http:/h/%s%n", "4 Not a HTTP, HTTPS, FTP or TFTP url: http:/h/%s%n\n"},
+        {"", "4 Not a HTTP, HTTPS, FTP or TFTP url: \n"},
+        {nullptr, "4 Not a HTTP, HTTPS, FTP or TFTP url: \n"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(parsed(row[0]), row[1]) << row[0];
+    EXPECT_EQ(parse_url("http://h", nullptr), -1);
+    parsed_url_uninit(nullptr);
+
+    for (const char *text : {"http://", "HTTPS://x", "ftp://x", "TFTP://x"})
+        EXPECT_TRUE(url_has_transport(text)) << text;
+    for (const char *text : {"http:/", "httpx://", " http://x", "ttp://", ""})
+        EXPECT_FALSE(url_has_transport(text)) << text;
+    EXPECT_FALSE(url_has_transport(nullptr));
+}
+
+TEST(Url, SplitHostPort)
+{
+    const struct {
+        const char *text, *host, *port;
+    } rows[] = {
+        {"h:80", "h", "80"},
+        {"h", "h", nullptr},
+        {"h:", "h", ""},
+        {":80", "", "80"},
+        {"", "", nullptr},
+        {"a:b:c", "a", "b:c"},
+        {"[fe80::1]:80", "fe80::1", "80"},
+        {"[fe80::1]", "fe80::1", nullptr},
+        {"[fe80::1]x:80", "fe80::1", nullptr},
+        {"[]:", "", ""},
+        {"[a]]:1", "a", nullptr},
+        {"[fe80::1", nullptr, nullptr},
+    };
+    for (const auto &row : rows) {
+        std::string text = row.text;
+        char unset[] = "unset", *host = unset, *port = unset;
+        EXPECT_EQ(split_host_port(text.data(), &host, &port), row.host ? 0 : -1) << row.text;
+        EXPECT_STREQ(host, row.host) << row.text;
+        EXPECT_STREQ(port, row.port) << row.text;
+    }
+    char *host = nullptr, *port = nullptr;
+    EXPECT_EQ(split_host_port(nullptr, &host, &port), -1);
+}
+
+// Each row also in front of text that an `end` cuts off; `end` points into a buffer that ends there.
+void expect_valid(int (*validator)(const char *, const char *), const std::string &text, bool valid)
+{
+    EXPECT_EQ(validator(text.c_str(), nullptr), valid) << text;
+    const std::string longer = text + "!more";
+    EXPECT_EQ(validator(longer.data(), longer.data() + text.size()), valid) << text << " with an end";
+}
+
+std::string of(size_t count, char c = 'a') { return std::string(count, c); }
+
+TEST(UrlNames, DomainAndHost)
+{
+    const std::string label63 = of(63), label31 = of(31) + ".";
+    const struct {
+        std::string text;
+        bool domain, host;
+    } rows[] = {
+        {"ab.cd", true, true},
+        {"a", true, true},
+        {"a1.2b.c3", true, true},
+        {"x_y.a-b", true, true},
+        {"1", false, true},
+        {"a.1b", false, true}, // the last label of a domain begins with a letter
+        {"a.b1", true, true},
+        {"", false, false},
+        {".", false, false},
+        {"-a.b", false, false},
+        {"a.-b", false, true},
+        {"a.b-", false, false},
+        {"a-.b", false, true},
+        {"a--", false, false},
+        {"a..b", false, true},
+        {"a.b.", false, true},
+        {".a", false, false},
+        {"a b", false, false},
+        {"a/b", false, false},
+        {"caf\xc3\xa9", false, false},
+        {label63, true, true},
+        {label63 + "a", false, false},
+        {label63 + ".b", true, false},
+        {of(62) + "-", false, false},
+        {of(61) + ".b", true, true},
+        {label63 + "." + label63 + "." + label63 + "." + label63, true, false},                  // 255
+        {label31 + label63 + "." + label63 + "." + label63 + "." + label31 + "a", false, false}, // 256
+    };
+    for (const auto &row : rows) {
+        expect_valid(is_valid_domain_name, row.text, row.domain);
+        expect_valid(is_valid_host_name, row.text, row.host);
+    }
+    for (auto *validator :
+         {is_valid_domain_name, is_valid_host_name, is_valid_email, is_valid_domain_or_ip}) {
+        EXPECT_FALSE(validator(nullptr, nullptr));
+        EXPECT_FALSE(validator("a@b" + 2, "a@b")) << "an end before the start";
+    }
+    EXPECT_FALSE(is_valid_host_name("a\0b", "a\0b" + 3));
+}
+
+TEST(UrlNames, Email)
+{
+    const struct {
+        std::string text;
+        bool valid;
+    } rows[] = {
+        {"a@b", true},
+        {"first.last+tag@mail.example.com", true},
+        {"a!#$%&'*/=?^`{|}~ \"@b.c", true}, // the part before @ is only counted
+        {of(64) + "@b", true},
+        {of(65) + "@b", false},
+        {"@b", false},
+        {"a@", false},
+        {"ab", false},
+        {"a@b@c", false},
+        {"a@b.1", false},
+        {"\xc3\xa9@b", false},
+        {"a@[10.0.0.1]", false},
+    };
+    for (const auto &row : rows)
+        expect_valid(is_valid_email, row.text, row.valid);
+    EXPECT_FALSE(is_valid_email("a\0@b", "a\0@b" + 4));
+
+    const std::string domain255 = of(63) + "." + of(63) + "." + of(63) + "." + of(63);
+    const std::string longest = of(64, 'x') + "@" + domain255; // 320 characters
+    EXPECT_TRUE(is_valid_email(longest.c_str(), nullptr));
+    EXPECT_FALSE(is_valid_email(longest.c_str(), longest.c_str() + 320)) << "counted as 321";
+    EXPECT_TRUE(is_valid_email(longest.c_str() + 1, longest.c_str() + 320));
+    EXPECT_FALSE(is_valid_email(("x" + longest).c_str(), nullptr));
+}
+
+TEST(UrlNames, DomainOrIp)
+{
+    const struct {
+        std::string text;
+        bool valid;
+    } rows[] = {
+        {"10.0.0.1", true},   {"255.255.255.255", true},
+        {"001.2.3.4", true},  {"0.0.0.0", false},
+        {"000.0.0.0", false}, {"::1", false},
+        {"fe80::1", false},   {"10.1", false},
+        {"0x7f.1", false},    {"0x7f000001", false},
+        {"1", false},         {"1.2.3.4.5", false},
+        {"1.2.3.256", false}, {"example.com", true},
+        {"a", true},          {"beef", true},
+        {"1a.b", true},       {"a.1", false},
+        {"", false},          {of(63) + "." + of(63), true},
+        {of(256), false},     {of(400, '1'), false},
+    };
+    for (const auto &row : rows)
+        expect_valid(is_valid_domain_or_ip, row.text, row.valid);
+    EXPECT_FALSE(is_valid_domain_or_ip("1.2.3.4\0x", "1.2.3.4\0x" + 9));
+}
+
+TEST(UrlNames, Ip)
+{
+    const struct {
+        const char *text;
+        bool valid;
+    } rows[] = {
+        {"1.2.3.4", true},
+        {"255.255.255.255", true},
+        {"0.0.0.0", true},
+        {"0001.2.3.4", true},
+        {"1. 2.+3.\n4", true},
+        {"1.2.3.-0", true},
+        {"1.2.3.4 \t", true}, // as sscanf reads
+        {"1.2.3.4x", false},
+        {"1.2.3.4 x", false},
+        {"256.1.1.1", false},
+        {"1.2.3.-4", false},
+        {"1.2.3.4294967297", false},
+        {"1.2.3.18446744073709551617", false},
+        {" 1.2.3.4", false},
+        {"+1.2.3.4", false},
+        {"1.2.3", false},
+        {"1.2.3.", false},
+        {"1 .2.3.4", false},
+        {"1.2.3.4.", false},
+        {"", false},
+        {nullptr, false},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(is_valid_ip(row.text), row.valid) << row.text;
+}
+
+} // namespace
