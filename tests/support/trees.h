@@ -33,11 +33,11 @@ public:
     static std::string show_list(const set *node, const set *parent, bool marks)
     {
         std::string text;
-        for (; node; node = node->next) {
+        for (const char *separator = ""; node; node = node->next, separator = " ") {
             char layers[16] = "";
             if (node->layers != 1)
                 snprintf(layers, sizeof(layers), ":%x", static_cast<unsigned>(node->layers));
-            text += std::string(text.empty() ? "" : " ") + node->value + layers;
+            text += std::string(separator) + node->value + layers;
             text += marks && node->changed ? "*" : "";
             text += node->parent != parent ? "!" : "";
             if (node->sons)
