@@ -1,0 +1,152 @@
+#include "durable_save.h"
+
+#include "sibling.h"
+#include "util/internal/errno_scope.h"
+#include "util/internal/fd.h"
+
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace kutil::common
+{
+
+namespace
+{
+
+// A write past the process's file size limit shall fail instead of ending the process.
+class SizeSignalIgnored
+{
+public:
+    SizeSignalIgnored()
+    {
+        struct sigaction ignore = {};
+        ignore.sa_handler = SIG_IGN;
+        sigaction(SIGXFSZ, &ignore, &saved_);
+    }
+    ~SizeSignalIgnored() { sigaction(SIGXFSZ, &saved_, nullptr); }
+    SizeSignalIgnored(const SizeSignalIgnored &) = delete;
+    SizeSignalIgnored &operator=(const SizeSignalIgnored &) = delete;
+
+private:
+    struct sigaction saved_;
+};
+
+// Removes the temporary file unless it was renamed.
+class Temporary
+{
+public:
+    explicit Temporary(const char *path) : path_(path) {}
+    ~Temporary()
+    {
+        if (path_) {
+            const ErrnoScope keep_errno;
+            unlink(path_);
+        }
+    }
+    Temporary(const Temporary &) = delete;
+    Temporary &operator=(const Temporary &) = delete;
+    void keep() { path_ = nullptr; }
+
+private:
+    const char *path_;
+};
+
+bool write_all(int fd, View text)
+{
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        if (written == 0) {
+            errno = ENOSPC;
+            return false;
+        }
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+bool sync(int fd)
+{
+    int result;
+    do
+        result = fsync(fd);
+    while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+// The descriptor is gone also when close is interrupted, and the text was flushed before.
+bool close_checked(Fd *fd) { return close(fd->release()) == 0 || errno == EINTR; }
+
+// The owner first: changing it takes set-id bits of the mode away.
+bool take_over_owner(int fd, const struct stat &old, Owner owner, const char *resolved, Problem *problem)
+{
+    struct stat fresh;
+    if (fstat(fd, &fresh) != 0)
+        return problem->set_errno(resolved, "cannot look at the temporary file");
+    const bool same = fresh.st_uid == old.st_uid && fresh.st_gid == old.st_gid;
+    const bool kept = same || fchown(fd, old.st_uid, old.st_gid) == 0;
+    if (!kept && owner == Owner::must_keep) {
+        return problem->set("%s: its owner %lu and group %lu cannot be kept: %s", resolved,
+                            static_cast<unsigned long>(old.st_uid), static_cast<unsigned long>(old.st_gid),
+                            strerror(errno));
+    }
+    // In other hands the bits that run a file as its owner or group would mean somebody else.
+    const mode_t mode = old.st_mode & (kept ? 07777 : 01777);
+    return fchmod(fd, mode) == 0 || problem->set_errno(resolved, "cannot set the mode");
+}
+
+bool sync_folder(const char *resolved, Problem *problem)
+{
+    const HeapText folder(copy_text(View(resolved, folder_length(resolved))));
+    const Fd fd(open(*folder ? folder.get() : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // A file system without folders to flush says EINVAL.
+    if (fd.valid() && (sync(fd.get()) || errno == EINVAL))
+        return true;
+    return problem->set_errno(resolved, "saved, but its folder could not be flushed to the disk");
+}
+
+bool write_temporary(const char *path, const char *resolved, const struct stat *old, View text, Owner owner,
+                     Problem *problem)
+{
+    Fd fd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!fd.valid())
+        return problem->set_errno(path, "cannot make the temporary file");
+    Temporary temporary(path);
+    if (!write_all(fd.get(), text))
+        return problem->set_errno(resolved, "cannot write the new text");
+    if (old && !take_over_owner(fd.get(), *old, owner, resolved, problem))
+        return false;
+    if (!sync(fd.get()))
+        return problem->set_errno(resolved, "cannot flush the new text to the disk");
+    if (!close_checked(&fd))
+        return problem->set_errno(resolved, "cannot close the new text");
+    if (rename(path, resolved) != 0)
+        return problem->set_errno(resolved, "cannot put the new text in place");
+    temporary.keep();
+    return true;
+}
+
+} // namespace
+
+bool durable_save(const char *resolved, View text, Owner owner, Problem *problem)
+{
+    const SizeSignalIgnored scope;
+    const HeapText temporary = sibling(resolved, ".tmp");
+    if (unlink(temporary.get()) != 0 && errno != ENOENT)
+        return problem->set_errno(temporary.get(), "cannot remove what an earlier save left");
+    struct stat old;
+    const bool exists = lstat(resolved, &old) == 0;
+    if (!exists && errno != ENOENT)
+        return problem->set_errno(resolved, "cannot look at it");
+    if (exists && !S_ISREG(old.st_mode))
+        return problem->set("%s: not a regular file", resolved);
+    return write_temporary(temporary.get(), resolved, exists ? &old : nullptr, text, owner, problem) &&
+           sync_folder(resolved, problem);
+}
+
+} // namespace kutil::common

@@ -1,0 +1,1 @@
+kutil_test(durable_save_test programs/durable_save_test.cpp LIBRARIES kutil_common)
