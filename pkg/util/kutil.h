@@ -8,6 +8,7 @@
 #include "code2str.h"
 #include "code_tables.h"
 #include "set.h"
+#include "str_escape.h"
 #include "zel_error.h"
 
 #endif
