@@ -1,6 +1,6 @@
 #include "lines.h"
 
-#include "internal/format.h"
+#include "internal/formatted.h"
 #include "internal/list_builder.h"
 #include "internal/spare.h"
 
@@ -91,10 +91,7 @@ void append(char ***l, size_t count, char *const *texts, size_t more)
     *l = list;
 }
 
-void append(char ***l, char *text)
-{
-    append(l, count_of(*l), &text, 1);
-}
+void append(char ***l, char *text) { append(l, count_of(*l), &text, 1); }
 
 // Opens a gap of `more` slots, not initialised, before element `at`. NULL when memory runs out.
 char **open_gap(char ***l, size_t count, size_t at, size_t more)
@@ -169,10 +166,7 @@ const char *slot_text(const void *slot)
 
 // Lifecycle
 
-char **lines_init(void)
-{
-    return static_cast<char **>(zalloc_e(sizeof(char *)));
-}
+char **lines_init(void) { return static_cast<char **>(zalloc_e(sizeof(char *))); }
 
 char ***lines_alloc(char ***l)
 {
@@ -280,10 +274,10 @@ char ***lines_add_printf(char ***l, const char *format, ...)
         return nullptr;
     va_list ap;
     va_start(ap, format);
-    char *text = format_text(format, ap);
+    Formatted text(format, ap);
     va_end(ap);
-    if (text)
-        append(l, text);
+    if (format && !text.failed())
+        append(l, text.release());
     return l;
 }
 
@@ -315,10 +309,10 @@ char ***lines_add_index_printf(char ***l, int i, const char *format, ...)
         return nullptr;
     va_list ap;
     va_start(ap, format);
-    HeapText text(format_text(format, ap));
+    Formatted text(format, ap);
     va_end(ap);
-    if (text)
-        insert(l, i, std::move(text));
+    if (format && !text.failed())
+        insert(l, i, HeapText(text.release()));
     return l;
 }
 
@@ -351,10 +345,7 @@ char ***lines_ninsert(char ***l, int i, int n, char *const *src)
     return l;
 }
 
-char ***lines_insert(char ***l, int i, char *const *src)
-{
-    return lines_ninsert(l, i, -1, src);
-}
+char ***lines_insert(char ***l, int i, char *const *src) { return lines_ninsert(l, i, -1, src); }
 
 char ***lines_insert_empty(char ***l, int i, int n)
 {
@@ -429,25 +420,13 @@ char *lines_pop(char ***l)
     return count ? std::exchange((*l)[count - 1], nullptr) : nullptr;
 }
 
-char ***lines_filter(char ***l, lines_match match)
-{
-    return filter(l, match, nullptr, true);
-}
+char ***lines_filter(char ***l, lines_match match) { return filter(l, match, nullptr, true); }
 
-char ***lines_filter_ex(char ***l, lines_match match, void *data)
-{
-    return filter(l, match, data, true);
-}
+char ***lines_filter_ex(char ***l, lines_match match, void *data) { return filter(l, match, data, true); }
 
-char ***lines_filterout(char ***l, lines_match match)
-{
-    return filter(l, match, nullptr, false);
-}
+char ***lines_filterout(char ***l, lines_match match) { return filter(l, match, nullptr, false); }
 
-char ***lines_filterout_ex(char ***l, lines_match match, void *data)
-{
-    return filter(l, match, data, false);
-}
+char ***lines_filterout_ex(char ***l, lines_match match, void *data) { return filter(l, match, data, false); }
 
 char ***lines_filter_lines(char ***l, char *const *other)
 {
@@ -481,15 +460,9 @@ char ***lines_nonspace(char ***l)
 
 // Order and search
 
-char ***lines_sort(char ***l)
-{
-    return lines_sort_func(l, strcmp_qsort);
-}
+char ***lines_sort(char ***l) { return lines_sort_func(l, strcmp_qsort); }
 
-char ***lines_casesort(char ***l)
-{
-    return lines_sort_func(l, strcasecmp_qsort);
-}
+char ***lines_casesort(char ***l) { return lines_sort_func(l, strcasecmp_qsort); }
 
 char ***lines_sort_func(char ***l, lines_order cmp)
 {
@@ -498,15 +471,9 @@ char ***lines_sort_func(char ***l, lines_order cmp)
     return l;
 }
 
-char ***lines_unique(char ***l)
-{
-    return lines_unique_func(l, strcmp_qsort);
-}
+char ***lines_unique(char ***l) { return lines_unique_func(l, strcmp_qsort); }
 
-char ***lines_caseunique(char ***l)
-{
-    return lines_unique_func(l, strcasecmp_qsort);
-}
+char ***lines_caseunique(char ***l) { return lines_unique_func(l, strcasecmp_qsort); }
 
 char ***lines_unique_func(char ***l, lines_order cmp)
 {
@@ -522,15 +489,9 @@ char ***lines_unique_func(char ***l, lines_order cmp)
     return l;
 }
 
-char **lines_search(char *const *l, const char *s)
-{
-    return search(l, s, strcmp_qsort);
-}
+char **lines_search(char *const *l, const char *s) { return search(l, s, strcmp_qsort); }
 
-char **lines_casesearch(char *const *l, const char *s)
-{
-    return search(l, s, strcasecmp_qsort);
-}
+char **lines_casesearch(char *const *l, const char *s) { return search(l, s, strcasecmp_qsort); }
 
 char **lines_search_func(char *const *l, lines_match match)
 {
@@ -546,15 +507,9 @@ char **lines_search_func_ex(char *const *l, lines_match match, void *data)
     return nullptr;
 }
 
-int lines_cmp(char *const *a, char *const *b)
-{
-    return lines_cmp_func(a, b, strcmp_qsort);
-}
+int lines_cmp(char *const *a, char *const *b) { return lines_cmp_func(a, b, strcmp_qsort); }
 
-int lines_casecmp(char *const *a, char *const *b)
-{
-    return lines_cmp_func(a, b, strcasecmp_qsort);
-}
+int lines_casecmp(char *const *a, char *const *b) { return lines_cmp_func(a, b, strcasecmp_qsort); }
 
 int lines_cmp_func(char *const *a, char *const *b, lines_order cmp)
 {
@@ -586,10 +541,7 @@ char **lines_get_common_prefix(char *const *l, char **s)
     return s;
 }
 
-int strcmp_qsort(const void *a, const void *b)
-{
-    return strcmp(slot_text(a), slot_text(b));
-}
+int strcmp_qsort(const void *a, const void *b) { return strcmp(slot_text(a), slot_text(b)); }
 
 int strcasecmp_qsort(const void *a, const void *b)
 {

@@ -17,10 +17,7 @@ struct Close {
 };
 using Stream = std::unique_ptr<FILE, Close>;
 
-Stream open_stream(const char *path, const char *mode)
-{
-    return Stream(path ? fopen(path, mode) : nullptr);
-}
+Stream open_stream(const char *path, const char *mode) { return Stream(path ? fopen(path, mode) : nullptr); }
 
 // After a short read: whether there may be more to read, having waited for it where the stream was not ready.
 bool read_again(FILE *fp)
@@ -76,10 +73,7 @@ void lines_print_fp(char *const *l, FILE *fp)
     }
 }
 
-void lines_print(char *const *l)
-{
-    lines_print_fp(l, stdout);
-}
+void lines_print(char *const *l) { lines_print_fp(l, stdout); }
 
 int lines_write_fp(char *const *l, FILE *fp)
 {
@@ -96,15 +90,9 @@ int _lines_write_file(char *const *l, const char *path, int bin)
     return 0;
 }
 
-int lines_write_file(char *const *l, const char *path)
-{
-    return _lines_write_file(l, path, 0);
-}
+int lines_write_file(char *const *l, const char *path) { return _lines_write_file(l, path, 0); }
 
-int lines_write_file_bin(char *const *l, const char *path)
-{
-    return _lines_write_file(l, path, 1);
-}
+int lines_write_file_bin(char *const *l, const char *path) { return _lines_write_file(l, path, 1); }
 
 char **_lines_read_file(const char *path, int bin, int fatal)
 {
@@ -116,25 +104,13 @@ char **_lines_read_file(const char *path, int bin, int fatal)
     return nullptr;
 }
 
-char **lines_read_file(const char *path)
-{
-    return _lines_read_file(path, 0, 0);
-}
+char **lines_read_file(const char *path) { return _lines_read_file(path, 0, 0); }
 
-char **lines_read_file_bin(const char *path)
-{
-    return _lines_read_file(path, 1, 0);
-}
+char **lines_read_file_bin(const char *path) { return _lines_read_file(path, 1, 0); }
 
-char **lines_read_file_e(const char *path)
-{
-    return _lines_read_file(path, 0, 1);
-}
+char **lines_read_file_e(const char *path) { return _lines_read_file(path, 0, 1); }
 
-char **lines_read_file_bin_e(const char *path)
-{
-    return _lines_read_file(path, 1, 1);
-}
+char **lines_read_file_bin_e(const char *path) { return _lines_read_file(path, 1, 1); }
 
 char **lines_read_file_ws(const char *path)
 {
@@ -142,10 +118,7 @@ char **lines_read_file_ws(const char *path)
     return read_list(stream.get(), lines_str_split_ws);
 }
 
-char **lines_read_fp(FILE *fp)
-{
-    return read_list(fp, lines_str_split_nl);
-}
+char **lines_read_fp(FILE *fp) { return read_list(fp, lines_str_split_nl); }
 
 char *file_read_fp_bin(FILE *fp, int *len)
 {
@@ -156,10 +129,7 @@ char *file_read_fp_bin(FILE *fp, int *len)
     return text;
 }
 
-char *file_read_fp(FILE *fp)
-{
-    return file_read_fp_bin(fp, nullptr);
-}
+char *file_read_fp(FILE *fp) { return file_read_fp_bin(fp, nullptr); }
 
 char *str_read_fp(char *old, FILE *fp)
 {

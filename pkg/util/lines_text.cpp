@@ -53,10 +53,7 @@ char ***split(char ***l, View text, View delims, Pieces which)
     return lines_use(l, pieces.release());
 }
 
-constexpr bool is_word(char c)
-{
-    return is_alnum(c) || c == '_';
-}
+constexpr bool is_word(char c) { return is_alnum(c) || c == '_'; }
 
 char **unique_delim(char **s, const char *delims, const char *sep, int trailing, char ***(*unique)(char ***))
 {
@@ -82,10 +79,7 @@ char ***lines_str_split_ws(char ***l, const char *text)
     return split(l, view(text), " \t\n\r", Pieces::kFilled);
 }
 
-char ***lines_str_split_nl(char ***l, const char *text)
-{
-    return split(l, view(text), "\n", Pieces::kAll);
-}
+char ***lines_str_split_nl(char ***l, const char *text) { return split(l, view(text), "\n", Pieces::kAll); }
 
 char ***lines_str_split_crlf(char ***l, const char *text)
 {
@@ -134,20 +128,11 @@ char **str_join_lines(char **s, char *const *l, const char *sep, int trailing)
     return s;
 }
 
-char **str_join_lines_nl(char **s, char *const *l)
-{
-    return str_join_lines(s, l, "\n", 1);
-}
+char **str_join_lines_nl(char **s, char *const *l) { return str_join_lines(s, l, "\n", 1); }
 
-char **str_join_lines_crlf(char **s, char *const *l)
-{
-    return str_join_lines(s, l, "\r\n", 1);
-}
+char **str_join_lines_crlf(char **s, char *const *l) { return str_join_lines(s, l, "\r\n", 1); }
 
-char **str_join_lines_ws(char **s, char *const *l)
-{
-    return str_join_lines(s, l, " ", 0);
-}
+char **str_join_lines_ws(char **s, char *const *l) { return str_join_lines(s, l, " ", 0); }
 
 char **str_unique_delim(char **s, const char *delims, const char *sep, int trailing)
 {
@@ -159,12 +144,6 @@ char **str_caseunique_delim(char **s, const char *delims, const char *sep, int t
     return unique_delim(s, delims, sep, trailing, lines_caseunique);
 }
 
-char **str_unique(char **s)
-{
-    return str_unique_delim(s, " \n\r", " ", 0);
-}
+char **str_unique(char **s) { return str_unique_delim(s, " \n\r", " ", 0); }
 
-char **str_caseunique(char **s)
-{
-    return str_caseunique_delim(s, " \n\r", " ", 0);
-}
+char **str_caseunique(char **s) { return str_caseunique_delim(s, " \n\r", " ", 0); }

@@ -3,6 +3,7 @@
 #include "internal/formatted.h"
 #include "internal/heap.h"
 #include "internal/report.h"
+#include "internal/spare.h"
 #include "internal/text.h"
 
 #include <algorithm>
@@ -10,45 +11,15 @@
 #include <climits>
 #include <cstring>
 
-#ifdef KUTIL_HAVE_MALLOC_USABLE_SIZE
-#include <malloc.h>
-#endif
-
 namespace kutil
 {
 namespace
 {
 
-size_t usable_size(char *block)
-{
-#ifdef KUTIL_HAVE_MALLOC_USABLE_SIZE
-    return malloc_usable_size(block);
-#else
-    static_cast<void>(block);
-    return 0;
-#endif
-}
-
-// The next of 16, 24, 32, 48, 64, 96 ...: growing to these sizes copies less than three times the final text.
-size_t growth_size(size_t needed)
-{
-    size_t size = 16;
-    while (size < needed) {
-        if (size > SIZE_MAX / 4)
-            return needed;
-        if (size + size / 2 >= needed)
-            return size + size / 2;
-        size *= 2;
-    }
-    return size;
-}
-
-// The block of *s with room for `needed` bytes and more to come. Asking for what the block is known to hold
-// moves nothing, and makes the spare bytes ours to write.
+// The block of *s with room for `needed` bytes and more to come.
 char *grow_for_append(char **s, size_t needed)
 {
-    const size_t usable = *s ? usable_size(*s) : 0;
-    return *s = static_cast<char *>(realloc_e(*s, needed <= usable ? usable : growth_size(needed)));
+    return *s = static_cast<char *>(grow_with_spare(*s, needed));
 }
 
 // Puts `piece` and a NUL at `length` of *s. The piece may lie in *s.

@@ -1,12 +1,12 @@
 #ifndef KUTIL_INTERNAL_SPARE_H
 #define KUTIL_INTERNAL_SPARE_H
 
-// Blocks that grow at their end without a capacity stored anywhere: the allocator knows the capacity. Growing
-// in steps of a half makes repeated appends linear over all.
+// Blocks that grow at their end without a capacity stored anywhere: where the allocator knows the capacity,
+// repeated appends copy little.
 
 #include "heap.h"
 
-#ifdef __linux__
+#ifdef KUTIL_HAVE_MALLOC_USABLE_SIZE
 #include <malloc.h>
 #endif
 
@@ -23,25 +23,39 @@ inline constexpr bool kSanitized = false;
 
 inline size_t usable_size([[maybe_unused]] void *block)
 {
-#ifdef __linux__
+#ifdef KUTIL_HAVE_MALLOC_USABLE_SIZE
     return malloc_usable_size(block);
 #else
     return 0;
 #endif
 }
 
+// The next of 16, 24, 32, 48, 64, 96 ...: growing to these sizes copies less than three times the final
+// content.
+constexpr size_t growth_size(size_t needed)
+{
+    size_t size = 16;
+    while (size < needed) {
+        if (size > SIZE_MAX / 4)
+            return needed;
+        if (size + size / 2 >= needed)
+            return size + size / 2;
+        size *= 2;
+    }
+    return size;
+}
+
 // Makes the malloc block `block` (NULL: a new one) hold at least `needed` bytes, with spare room where it
-// must move. Running out of memory ends the process.
+// must grow. Running out of memory ends the process.
 inline void *grow_with_spare(void *block, size_t needed)
 {
     const size_t usable = block ? usable_size(block) : 0;
-    // A block of its usable size is granted where it stands; asking makes the spare bytes ours to write.
+    if (needed > usable)
+        return realloc_e(block, growth_size(needed));
+    // Asking for what the block is known to hold moves nothing, and makes the spare bytes ours to write.
     // Under the address sanitizer a block is no larger than what was asked for, and asking again would copy
     // it.
-    if (needed <= usable)
-        return kSanitized ? block : realloc_e(block, usable);
-    const size_t stepped = block ? add_sizes(usable, usable / 2) : needed;
-    return realloc_e(block, stepped > needed && stepped != SIZE_MAX ? stepped : needed);
+    return kSanitized ? block : realloc_e(block, usable);
 }
 
 } // namespace kutil
