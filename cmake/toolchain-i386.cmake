@@ -1,0 +1,16 @@
+# 32 bits at native speed: the machine's own compiler with -m32, and the libraries that scripts/setup-i386 unpacked.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR i686)
+get_filename_component(i386_root "${CMAKE_CURRENT_LIST_DIR}/../_i386/root" ABSOLUTE)
+set(CMAKE_C_COMPILER gcc)
+set(CMAKE_CXX_COMPILER g++)
+foreach(language C CXX)
+  # The second folder has the kernel's asm/ headers, which only the conflicting multilib package would link.
+  set(CMAKE_${language}_FLAGS_INIT "-m32 -isystem ${i386_root}/usr/include/i386-linux-gnu -isystem ${i386_root}/usr/include -idirafter /usr/include/x86_64-linux-gnu")
+endforeach()
+set(i386_libraries "${i386_root}/usr/lib/i386-linux-gnu")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath,${i386_libraries} -Wl,-rpath-link,${i386_libraries}")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${i386_libraries}")
+set(OPENSSL_INCLUDE_DIR "${i386_root}/usr/include" CACHE PATH "")
+set(OPENSSL_CRYPTO_LIBRARY "${i386_libraries}/libcrypto.so" CACHE FILEPATH "")
+set(OPENSSL_SSL_LIBRARY "${i386_libraries}/libssl.so" CACHE FILEPATH "")
