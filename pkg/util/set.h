@@ -3,6 +3,7 @@
 
 /* set.h: the whole configuration tree: nodes and paths, masks and layers, the text form, typed values. */
 
+#include "set_mask.h"
 #include "set_node.h"
 #include "set_text.h"
 #include "set_value.h"
