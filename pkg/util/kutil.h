@@ -5,8 +5,11 @@
 
 #include "alloc.h"
 #include "array.h"
+#include "base64.h"
 #include "code2str.h"
 #include "code_tables.h"
+#include "file.h"
+#include "lines.h"
 #include "set.h"
 #include "str_escape.h"
 #include "zel_error.h"
