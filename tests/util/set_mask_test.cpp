@@ -4,6 +4,7 @@
 #include "support/trees.h"
 
 #include <algorithm>
+#include <utility>
 
 using std::string;
 
@@ -205,7 +206,7 @@ TEST(SetReplace, TheCopyHasTheSourcesNameAndLayers)
         {"r(a b(1) c)",
          [](Tree &t) {
              Tree src("n(2)");
-             return given(set_replace(t.at("b"), &src), t.at("a") ? &t.root->sons->next : nullptr);
+             return given(set_replace(t.at("b"), &src), &t.root->sons->next);
          },
          "r*(a n*(2*) c)", kSelf},
         {"r:3(a b:2(1:2) c)",
@@ -220,8 +221,8 @@ TEST(SetReplace, TheCopyHasTheSourcesNameAndLayers)
         {"r(a(b(c(1))))",
          [](Tree &t) { return given(set_replace(t.at("a/b"), t.at("a")), &t.root->sons->sons); },
          "r*(a*(a*(b*(c*(1*)))))", kSelf},
-        {"r(a(b))", [](Tree &t) { return given(set_replace(t.at("a"), t.at("a")), t.at("a")); }, "r*(a*(b*))",
-         kSelf},
+        {"r(a(b))", [](Tree &t) { return given(set_replace(t.at("a"), t.at("a")), &t.root->sons); },
+         "r*(a*(b*))", kSelf},
         {"r(a(1) b(2))", [](Tree &t) { return given(set_replace(t.at("a"), t.at("b")), &t.root->sons); },
          "r*(b*(2*) b(2))", kSelf},
         {"r(a(x(1)))", [](Tree &t) { return set_merge(t.at("a"), &t); }, "r*(a*(x(1) a*(x*(1*))))"},
@@ -374,30 +375,44 @@ TEST(SetSwitch, TwoPlacesExchangeTheirNodes)
     Tree one("a(b c)"), two("x(y(z)) w");
     EXPECT_EQ(set_switch_sets(&one, &two), one.root);
     EXPECT_EQ(one.show() + " | " + two.show(), "x(y(z)) | a(b c) w");
-    EXPECT_EQ(set_switch_sets(one.at("y"), two.at("b")), *one.at("b"));
+    EXPECT_STREQ(set_switch_sets(one.at("y"), two.at("b"))->value, "b");
     EXPECT_EQ(one.show() + " | " + two.show(), "x(b) | a(y(z) c) w");
     Tree empty;
     EXPECT_EQ(set_switch_sets(&empty, &one), empty.root);
     EXPECT_EQ(empty.show() + " | " + one.show(), "x(b) | ");
     EXPECT_EQ(set_switch_sets(&empty, &one), nullptr);
     EXPECT_EQ(empty.show() + " | " + one.show(), " | x(b)");
-    static const Row rows[] = {
-        {"r(a b c)", [](Tree &t) { return given(set_switch_sets(t.at("a"), t.at("c")), *t.at("a")); },
-         "r(c b a)", 0},
-        {"r(a(b) c)",
-         [](Tree &t) { return given(set_switch_sets(t.at("a/b"), t.at("c")), t.root->sons->sons); },
-         "r(a(c) b)", kSelf},
-        // Inside one another.
-        {"r(a b)", [](Tree &t) { return given(set_switch_sets(t.at("b"), t.at("a")), *t.at("b")); }, "r(a b)",
-         kSelf},
-        {"r(a(b(c)))", [](Tree &t) { return given(set_switch_sets(t.at("a"), t.at("a/b")), *t.at("a")); },
-         "r(a(b(c)))", kSelf},
-        {"r(a(b(c)))", [](Tree &t) { return given(set_switch_sets(&(*t.at("a/b/c"))->sons, &t), nullptr); },
-         "r(a(b(c)))", kNull},
-        {"r(a)", [](Tree &t) { return given(set_switch_sets(&t, &t), t.root); }, "r(a)", kSelf},
-        {"r(a)", [](Tree &t) { return given(set_switch_sets(nullptr, &t), nullptr); }, "r(a)", kNull},
+    // Two places of one tree, and the node that is then at the first.
+    const struct {
+        const char *before;
+        const char *a;
+        const char *b;
+        const char *after;
+        const char *at_a;
+    } rows[] = {
+        {"r(a b c)", "a", "c", "r(c b a)", "c"},
+        {"r(a(b) c)", "a/b", "c", "r(a(c) b)", "c"},
+        {"r(a(b(c)) d(e))", "a", "d/e", "r(e d(a(b(c))))", "e"},
+        // Inside one another, and the same.
+        {"r(a b)", "b", "a", "r(a b)", "b"},
+        {"r(a b)", "a", "b", "r(a b)", "a"},
+        {"r(a(b(c)))", "a", "a/b", "r(a(b(c)))", "a"},
+        {"r(a(b(c)))", "a/b/c", "", "r(a(b(c)))", "c"},
+        {"r(a)", "", "", "r(a)", "r"},
     };
-    check(rows);
+    for (const auto &row : rows) {
+        Tree tree(row.before);
+        set **a = tree.at(row.a);
+        const set *now = set_switch_sets(a, tree.at(row.b));
+        EXPECT_EQ(now, *a) << row.before;
+        EXPECT_STREQ(now->value, row.at_a) << row.before;
+        EXPECT_EQ(tree.show(), row.after) << row.before;
+        EXPECT_EQ(set_switch_sets(nullptr, &tree), nullptr);
+        EXPECT_EQ(set_switch_sets(&tree, nullptr), nullptr);
+    }
+    Tree chain("a(b)");
+    EXPECT_STREQ(set_switch_sets(&chain, &(*chain.at("b"))->sons)->value, "a") << "an empty place inside";
+    EXPECT_EQ(chain.show(), "a(b)");
 }
 
 // --- Index lists.
@@ -435,7 +450,7 @@ TEST(SetIndexAdd, FindsOrMakesTheNumber)
         {"r:3(0 1:2)", -1, "r:3*(0 1:3*)", "1"},
         {"r:3(0:2 1)", -2, "r:3*(0:3* 1)", "0"},
         {"r:2(0:2 5:2)", -1, "r:3*(0:3* 5:2)", "0"},
-        {"r(0 1)", -1, "r:5*(0:4* 0 1)", "0", 4},
+        {"r(0 1)", -1, "r:5*(0:5* 1)", "0", 4},
         // Names that are no numbers count as 0; the largest number cannot be passed.
         {"r(x(1))", 0, "r*(0* 1*(1*))", "0"},
         {"r(1 0)", 1, "r*(1* 2* 0)", "1"},
@@ -622,8 +637,9 @@ TEST(SetStructure, HundredThousandLevelsAreNoProblem)
     set_swap(&deep, "n", "m");
     EXPECT_EQ(set_compare_path(&copy, &deep, "n"), 0);
     EXPECT_EQ(set_switch_sets(&copy, &deep), copy.root);
-    EXPECT_EQ(set_join(&copy, &deep), copy.at("r"));
-    deep.root = nullptr;
+    set **joined = set_join(&copy, &deep);
+    EXPECT_EQ(joined, copy.at("r"));
+    EXPECT_EQ(std::exchange(deep.root, nullptr), *joined);
 }
 
 } // namespace
