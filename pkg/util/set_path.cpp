@@ -9,18 +9,23 @@ using namespace kutil;
 namespace
 {
 
-// The names of a path, taken apart before anything is looked up or made. Short paths need no allocation.
+// The names of a path, each ended by a NUL, known to be valid before anything is looked up or made. What
+// stands behind the last slash is used where it is, the rest is taken apart first; short paths need no
+// allocation.
 class PathNames
 {
 public:
     explicit PathNames(const char *path)
     {
+        short_[0] = '\0';
         if (!path)
             return;
-        const size_t length = strlen(path);
-        if (length + kEnds > sizeof(short_))
-            names_ = new_array<char>(add_sizes(length, kEnds));
-        valid_ = take_apart(path);
+        const char *slash = strrchr(path, '/');
+        const char *end = slash ? slash + 1 : path;
+        if (strchr(path, '\\'))
+            end = path + strlen(path);
+        last_ = end;
+        valid_ = end == path || take_apart(View(path, static_cast<size_t>(end - path)));
     }
     PathNames(const PathNames &) = delete;
     PathNames &operator=(const PathNames &) = delete;
@@ -32,25 +37,38 @@ public:
 
     bool valid() const { return valid_; }
     // A name is never empty: the empty one is the end.
-    const char *first() const { return names_; }
-    static const char *next(const char *name) { return name + strlen(name) + 1; }
+    const char *first() const { return *names_ ? names_ : last_; }
+    const char *next(const char *name) const
+    {
+        const char *behind = name + strlen(name);
+        if (name == last_)
+            return behind;
+        return behind[1] ? behind + 1 : last_;
+    }
 
 private:
-    // Each name is ended by a NUL, and the last by another: two more characters than the path has.
+    // The last name is followed by an empty one: two more characters than the path has.
     static constexpr size_t kEnds = 2;
 
-    bool take_apart(const char *path)
+    // False when a backslash has nothing behind it.
+    bool take_apart(View path)
     {
+        if (path.size() + kEnds > sizeof(short_))
+            names_ = new_array<char>(add_sizes(path.size(), kEnds));
         char *to = names_;
-        for (; *path; path++) {
-            if (*path == '/') {
+        for (size_t at = 0; at < path.size(); at++) {
+            char c = path[at];
+            if (c == '/') {
                 if (to != names_ && to[-1])
                     *to++ = '\0';
                 continue;
             }
-            if (*path == '\\' && !*++path)
-                return false;
-            *to++ = *path;
+            if (c == '\\') {
+                if (++at == path.size())
+                    return false;
+                c = path[at];
+            }
+            *to++ = c;
         }
         if (to != names_ && to[-1])
             *to++ = '\0';
@@ -59,8 +77,9 @@ private:
     }
 
     bool valid_ = false;
-    char short_[128];
+    const char *last_ = "";
     char *names_ = short_;
+    char short_[128];
 };
 
 // What set_path_create returns: the fixed buffer, or one of the same lifetime for what does not fit.
@@ -77,11 +96,11 @@ set **look_up(set **place, uint32_t mask, const PathNames &names, Stop stop)
 {
     if (!names.valid() || !visible_at(place, mask))
         return nullptr;
-    for (const char *name = names.first(); *name; name = PathNames::next(name)) {
+    for (const char *name = names.first(); *name; name = names.next(name)) {
         if (stop == Stop::at_unchanged && !(*place)->changed)
             return place;
         place = &(*place)->sons;
-        while (*place && !(((*place)->layers & mask) && same_text((*place)->value, name)))
+        while (*place && !(has_text(*place, name) && ((*place)->layers & mask)))
             place = &(*place)->next;
         if (!*place)
             return nullptr;
@@ -143,7 +162,7 @@ set **tree_set(set **place, uint32_t mask, const char *path)
     if (!node_at(place) || !names.valid() || !mask)
         return nullptr;
     add_layers_upward(*place, mask);
-    for (const char *name = names.first(); *name; name = PathNames::next(name))
+    for (const char *name = names.first(); *name; name = names.next(name))
         place = find_or_add_son(*place, name, mask);
     return place;
 }
@@ -162,7 +181,7 @@ set **set_set_path_str(set **handle, const char *path, const char *value)
         return nullptr;
     set *key = *key_place;
     set *held = key->sons;
-    if (held && !held->next && !held->sons && same_text(held->value, value)) {
+    if (held && !held->next && !held->sons && has_text(held, value)) {
         give_layers(held, mask);
         return &key->sons;
     }
