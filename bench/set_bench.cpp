@@ -149,6 +149,16 @@ void BM_dup_and_free(benchmark::State &state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
+void BM_compare(benchmark::State &state)
+{
+    Fixture fixture(state);
+    set *copy = set_dup(&fixture.tree);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(set_compare(&fixture.tree, &copy));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    set_free(&copy);
+}
+
 void BM_free(benchmark::State &state)
 {
     Fixture fixture(state);
@@ -161,7 +171,7 @@ void BM_free(benchmark::State &state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-#define SIZES RangeMultiplier(2)->Range(1600, 6400)
+#define SIZES Arg(1600)->Arg(3200)->Arg(6400)
 BENCHMARK(BM_lookup_by_path)->SIZES;
 BENCHMARK(BM_lookup_by_strcmp_walk)->SIZES;
 BENCHMARK(BM_value_by_path)->SIZES;
@@ -170,6 +180,7 @@ BENCHMARK(BM_write)->SIZES;
 BENCHMARK(BM_read)->SIZES;
 BENCHMARK(BM_read_check)->SIZES;
 BENCHMARK(BM_dup_and_free)->SIZES;
+BENCHMARK(BM_compare)->SIZES;
 BENCHMARK(BM_free)->SIZES;
 
 } // namespace

@@ -163,7 +163,7 @@ void give_layers(set *node, uint32_t bits)
 set **find_son(set *parent, const char *name)
 {
     set **place = &parent->sons;
-    while (*place && !has_text(*place, name))
+    while (*place && !same_text((*place)->value, name))
         place = &(*place)->next;
     return place;
 }
@@ -326,7 +326,7 @@ set **tree_rename(set **place, uint32_t mask, const char *text)
     set *node = visible_at(place, mask);
     if (!node || !text)
         return nullptr;
-    if (has_text(node, text))
+    if (same_text(node->value, text))
         return place;
     if (!node->parent)
         return rename_root(place, mask, text);

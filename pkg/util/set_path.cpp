@@ -40,10 +40,10 @@ public:
     const char *first() const { return *names_ ? names_ : last_; }
     const char *next(const char *name) const
     {
-        const char *behind = name + strlen(name);
         if (name == last_)
-            return behind;
-        return behind[1] ? behind + 1 : last_;
+            return "";
+        name += strlen(name) + 1;
+        return *name ? name : last_;
     }
 
 private:
@@ -100,7 +100,7 @@ set **look_up(set **place, uint32_t mask, const PathNames &names, Stop stop)
         if (stop == Stop::at_unchanged && !(*place)->changed)
             return place;
         place = &(*place)->sons;
-        while (*place && !(has_text(*place, name) && ((*place)->layers & mask)))
+        while (*place && !(same_text((*place)->value, name) && ((*place)->layers & mask)))
             place = &(*place)->next;
         if (!*place)
             return nullptr;
@@ -181,7 +181,7 @@ set **set_set_path_str(set **handle, const char *path, const char *value)
         return nullptr;
     set *key = *key_place;
     set *held = key->sons;
-    if (held && !held->next && !held->sons && has_text(held, value)) {
+    if (held && !held->next && !held->sons && same_text(held->value, value)) {
         give_layers(held, mask);
         return &key->sons;
     }

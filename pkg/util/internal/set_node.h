@@ -42,11 +42,8 @@ set *new_node_use(char *text, uint32_t layers, set *parent);
 set *new_node(View text, uint32_t layers, set *parent);
 void free_node(set *node);
 
-// Whether the node has this text. Inlined up to the first character: brothers mostly differ there.
-inline bool has_text(const set *node, const char *text)
-{
-    return *node->value == *text && strcmp(node->value, text) == 0;
-}
+// Inlined up to the first character: brothers mostly differ there.
+inline bool same_text(const char *a, const char *b) { return *a == *b && strcmp(a, b) == 0; }
 
 inline set *node_at(set **place) { return place ? *place : nullptr; }
 inline bool in_mask(const set *node, uint32_t mask) { return node && (node->layers & mask) != 0; }
