@@ -4,13 +4,13 @@
 /* attrib.h: ordered lists of names and values, for headers, form fields and small settings.
  *
  * A list is a variable of type attrib * that is NULL or holds the first entry. Operations take its address,
- * keep the order of insertion and return the address. Names are compared as strcasecmp of the C library does;
+ * keep the order of insertion and return the address. Names are compared ignoring the case of ASCII letters;
  * several entries may have one name, and every operation says whether it means the first, the last or all of
  * them.
  *
  * A value is a block of bytes with a NUL behind it. Its length is kept as the caller gave it; any negative
  * length is stored as -1 and means a text, which its NUL ends. A NULL value is the text "", whatever length
- * came with it; an entry with a NULL name is not added.
+ * came with it; an entry with a NULL name is not added, and a NULL name is found nowhere.
  *
  * Entries, names and values are owned by the list; release it with attrib_free. What a look-up returns points
  * into the list and is valid until that entry is set again, deleted or freed. Every text and list argument

@@ -5,6 +5,7 @@
 
 #include "alloc.h"
 #include "array.h"
+#include "attrib.h"
 #include "base64.h"
 #include "code2str.h"
 #include "code_tables.h"
