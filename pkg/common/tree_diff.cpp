@@ -245,14 +245,11 @@ void Differ::compare(uint32_t from, uint32_t to)
     const Node &new_node = forest_[to];
     if (old_node.shape == new_node.shape)
         return;
-    const set *old_leaf = value_leaf(old_node.node);
-    const set *new_leaf = value_leaf(new_node.node);
-    const bool was_line = old_leaf || old_node.count == 0;
-    const bool is_line = new_leaf || new_node.count == 0;
-    const bool is_top = writer_.path_is_empty(); // where names do not count, and only a value makes a line
-    if (is_top && old_leaf && new_leaf && strcmp(old_leaf->value, new_leaf->value) == 0)
-        return;
-    if (was_line && is_line && (new_leaf || !is_top)) {
+    // The top has no path, so it is no line either.
+    const bool is_top = writer_.path_is_empty();
+    const bool was_line = !is_top && (old_node.count == 0 || value_leaf(old_node.node));
+    const bool is_line = !is_top && (new_node.count == 0 || value_leaf(new_node.node));
+    if (was_line && is_line) {
         list(kChanged, to);
     } else if (was_line || is_line) {
         list(kRemoved, from);

@@ -18,10 +18,11 @@
 namespace kutil::common
 {
 
-// Compares what stands under the nodes at `from` and `to`: their own names do not count, and paths start
-// below them. Lines come in the order of the first tree, additions behind the keys of the same parent.
-// Returns how many there were, 0 when the trees are the same. A NULL, empty or hidden node counts as one
-// without sons.
+// Compares what stands under the nodes at `from` and `to`: their own names do not count, paths start below
+// them, and a leaf right below them is PATH/. Taking the removed keys away, with parents that are then empty,
+// and setting the others turns the first tree into the second. Lines come in the order of the first tree,
+// additions behind the keys of the same parent. Returns how many there were, 0 when the trees are the same. A
+// NULL, empty or hidden node counts as one without sons.
 size_t tree_diff(set **from, set **to, LineSink sink, void *context);
 
 } // namespace kutil::common

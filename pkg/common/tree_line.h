@@ -26,8 +26,7 @@ public:
     void shorten(size_t length) { line_.truncate(length); }
     void add_name(const char *name);
 
-    // One line; the path stays. A key that holds nothing and has no path needs no line, since every tree has
-    // a top.
+    // One line; the path stays. Without a path emit_key writes none, since every tree has a top.
     void emit_value(const char *value);
     void emit_key();
 

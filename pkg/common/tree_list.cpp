@@ -193,10 +193,9 @@ bool TreeLineWriter::list(set *top)
 
     // A key becomes its line at once, a structure a level of the walk.
     const auto visit = [&](set *node) {
-        if (const set *leaf = value_leaf(node)) {
-            emit_value(leaf->value);
-            return;
-        }
+        const set *leaf = path_is_empty() ? nullptr : value_leaf(node);
+        if (leaf)
+            return emit_value(leaf->value);
         const int sons = set_get_nsons(&node);
         if (sons == 0)
             return emit_key();

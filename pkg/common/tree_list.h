@@ -4,7 +4,8 @@
 // A configuration tree as lines, one for each key, and back.
 //
 //   PATH=VALUE   a node whose only son is a leaf: the leaf's text is the value
-//   PATH/        a leaf that is no value, so a key that holds nothing
+//   PATH/        a leaf that is no value, so a key that holds nothing; also a leaf right below the root,
+//                which has no path of its own
 //
 // PATH is the tree's path syntax: names joined by "/", a backslash before each / \ and = inside a name.
 // Everywhere bytes below 32, bytes from 127 up and the ampersand stand as &xx; (two hexadecimal digits), so a
