@@ -7,6 +7,7 @@
 #include "array.h"
 #include "attrib.h"
 #include "base64.h"
+#include "conf_crypt.h"
 #include "code2str.h"
 #include "code_tables.h"
 #include "file.h"
