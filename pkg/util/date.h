@@ -16,8 +16,9 @@
  * `local` chooses the zone: not 0 is the process's local time, 0 is UTC, which is own arithmetic and never
  * looks at TZ. Times that struct tm cannot hold print as "".
  *
- * Each function that returns a text has its own static buffer (256 bytes), valid until its next call; a
- * longer text is not cut but given as "". Nothing allocates except change_tz. */
+ * Each function that returns a text has its own static buffer, valid until its next call. What strftime makes
+ * has room for 255 characters (79 in the HTTP form); a longer text is not cut but given as "". Only change_tz
+ * allocates. */
 
 #include "api.h"
 
@@ -87,16 +88,13 @@ KUTIL_API char *date_tm2sql(const struct tm *tm);
  * as another century. */
 KUTIL_API char *date_tm2k(const struct tm *tm);
 
-/* date_sql2k returns date_tm2k of a text in the SQL form, in that function's buffer; "" of a bad one, with
- * date_sql2tm's report. */
+/* date_sql2k prints like date_tm2k what date_sql2tm reads; "" of a bad text, with date_sql2tm's report. */
 KUTIL_API char *date_sql2k(const char *text);
 
-/* date_k2sql returns date_tm2sql of a text that date_k2tm reads, in that function's buffer; NULL of a bad
- * one, with date_k2tm's report. */
+/* date_k2sql prints like date_tm2sql what date_k2tm reads; NULL of a bad text, with date_k2tm's report. */
 KUTIL_API char *date_k2sql(const char *text);
 
-/* date_time2sql and date_itoa return date_tm2sql and date_tm2k of the time `t`, in those functions' buffers;
- * "" of 0. */
+/* date_time2sql and date_itoa print the time `t` like date_tm2sql and date_tm2k; "" of 0. */
 KUTIL_API char *date_time2sql(time_t t, int local);
 KUTIL_API char *date_itoa(time_t t, int local);
 

@@ -10,10 +10,14 @@
 #include "conf_crypt.h"
 #include "code2str.h"
 #include "code_tables.h"
+#include "date.h"
 #include "file.h"
+#include "iaddr.h"
 #include "lines.h"
+#include "mac.h"
 #include "set.h"
 #include "str_escape.h"
+#include "url.h"
 #include "zel_error.h"
 
 #endif

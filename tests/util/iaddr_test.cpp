@@ -1,11 +1,10 @@
 #include "util/iaddr.h"
 
-#include "support/reports.h"
+#include "support.h"
 
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <regex>
 #include <string>
 #include <vector>
@@ -20,10 +19,7 @@ iaddr addr(const char *text)
     return a;
 }
 
-std::string str(const iaddr &a)
-{
-    return iaddr2str(&a);
-}
+std::string str(const iaddr &a) { return iaddr2str(&a); }
 
 uint32_t ip(const char *text)
 {
@@ -314,13 +310,13 @@ TEST(IaddrMask, AndOrNot)
     EXPECT_EQ(ip_addr_mask_and(AF_INET, &bytes, &bytes, "\xff\xff\0\0"), &bytes);
     EXPECT_STREQ(ip_addr2str(AF_INET, &bytes), "10.1.0.0");
 
-    Reports reports;
+    ReportLog reports;
     EXPECT_EQ(str(iaddr_mask_and(addr("1.2.3.4"), addr("::1"))), "1.2.3.4");
     EXPECT_TRUE(std::regex_match(
-        reports.take(), std::regex("4 iaddr_mask_and:[0-9]+: Cannot mask to different address families\n")));
+        reports.take(), std::regex("4: iaddr_mask_and:[0-9]+: Cannot mask to different address families\n")));
     EXPECT_EQ(str(iaddr_mask_or(addr("::1"), addr("1.2.3.4"))), "::1");
     EXPECT_TRUE(std::regex_match(
-        reports.take(), std::regex("4 iaddr_mask_or:[0-9]+: Cannot mask to different address families\n")));
+        reports.take(), std::regex("4: iaddr_mask_or:[0-9]+: Cannot mask to different address families\n")));
 }
 
 // Every range of three words that differ in one bit: the range decides, and across words also the bits of the

@@ -1,9 +1,8 @@
 #include "util/mac.h"
 
-#include "support/reports.h"
+#include "support.h"
 
 #include <cstring>
-#include <gtest/gtest.h>
 #include <regex>
 #include <string>
 
@@ -20,20 +19,18 @@ TEST(Mac, ReadingFollowsScanfAndTheStrictFormAddsOnlyTheLength)
 {
     const struct {
         const char *text, *loose, *strict;
-    } rows[] = {
-        {"00:11:22:aa:Bb:CC", "00:11:22:aa:bb:cc", "00:11:22:aa:bb:cc"},
-        {"0:1:2:3:4:5", "00:01:02:03:04:05", "refused"},
-        {" 00: 1:2:\n3:4:5", "00:01:02:03:04:05", "refused"},
-        {"0:1:2:3:4:      5", "00:01:02:03:04:05", "00:01:02:03:04:05"}, // 17 characters
-        {"00:11:22:33:44:55x", "00:11:22:33:44:55", "refused"},
-        {"00:11:22:33:44:556", "00:11:22:33:44:55", "refused"},
-        {"00:11:22:33:44", "refused", "refused"},
-        {"00-11-22-33-44-55", "refused", "refused"},
-        {"001:1:2:3:4:5", "refused", "refused"},
-        {"00:11:22:33:44:gg", "refused", "refused"},
-        {"", "refused", "refused"},
-        {nullptr, "refused", "refused"},
-    };
+    } rows[] = {{"00:11:22:aa:Bb:CC", "00:11:22:aa:bb:cc", "00:11:22:aa:bb:cc"},
+                {"0:1:2:3:4:5", "00:01:02:03:04:05", "refused"},
+                {" 00: 1:2:\n3:4:5", "00:01:02:03:04:05", "refused"},
+                {"0:1:2:3:4:      5", "00:01:02:03:04:05", "00:01:02:03:04:05"}, // 17 characters
+                {"00:11:22:33:44:55x", "00:11:22:33:44:55", "refused"},
+                {"00:11:22:33:44:556", "00:11:22:33:44:55", "refused"},
+                {"00:11:22:33:44", "refused", "refused"},
+                {"00-11-22-33-44-55", "refused", "refused"},
+                {"001:1:2:3:4:5", "refused", "refused"},
+                {"00:11:22:33:44:gg", "refused", "refused"},
+                {"", "refused", "refused"},
+                {nullptr, "refused", "refused"}};
     for (const auto &row : rows) {
         EXPECT_EQ(read_with(atomac, row.text), row.loose) << row.text;
         EXPECT_EQ(read_with(atomacz, row.text), row.strict) << row.text;
@@ -50,12 +47,10 @@ TEST(Mac, ReadingFollowsScanfAndTheStrictFormAddsOnlyTheLength)
 TEST(Mac, ValidityDependsOnWhatIsAllowed)
 {
     // One digit per call: allow_zero * 4 + allow_mask * 2 + reject_group, counted from 0; 1 is accepted.
-    const char *rows[][2] = {
-        {"00:11:22:33:44:55", "11111111"}, {"00:00:00:00:00:00", "00001111"},
-        {"01:00:5e:00:00:01", "10111011"}, // allowing masks lets group addresses through
-        {"ff:ff:ff:00:00:00", "00110011"}, {"ff:ff:ff:ff:ff:ff", "00110011"},
-        {"80:00:00:00:00:00", "00110011"}, {"00:11:22:33:44:5", "00000000"},
-    };
+    const char *rows[][2] = {{"00:11:22:33:44:55", "11111111"}, {"00:00:00:00:00:00", "00001111"},
+                             {"01:00:5e:00:00:01", "10111011"}, // allowing masks lets group addresses through
+                             {"ff:ff:ff:00:00:00", "00110011"}, {"ff:ff:ff:ff:ff:ff", "00110011"},
+                             {"80:00:00:00:00:00", "00110011"}, {"00:11:22:33:44:5", "00000000"}};
     for (const auto &row : rows) {
         for (int flags = 0; flags < 8; flags++)
             EXPECT_EQ(atomac_valid(row[0], flags & 4, flags & 2, flags & 1) != nullptr, row[1][flags] == '1')
@@ -70,8 +65,7 @@ TEST(Mac, NoColonsTakesAnyTwelveCharacters)
         {"00:11:22:aa:Bb:CC", "001122aaBbCC"}, {"xy:::: 1:22:33:44 more", "xy:: 1223344"},
 
         {"00:11:22:aa:bb-cc", nullptr},        {"xy:z!:  ::::55:66tail", "xyz!  ::5566"},
-        {"00:11:22:aa:bb:c", nullptr},         {nullptr, nullptr},
-    };
+        {"00:11:22:aa:bb:c", nullptr},         {nullptr, nullptr}};
     for (const auto &row : rows)
         EXPECT_STREQ(mac_no_colons(row[0]), row[1]) << row[0];
 }
@@ -110,7 +104,7 @@ TEST(Mac, MasksAndComparisons)
 
 TEST(Mac, IncrementStaysInTheVendorsRange)
 {
-    Reports reports;
+    ReportLog reports;
     uint8_t mac[6] = {0, 0x11, 0x22, 0xff, 0xfe, 0xff};
     EXPECT_EQ(mac_increment(mac), 0);
     EXPECT_STREQ(mactoa(mac), "00:11:22:ff:ff:00");
@@ -120,7 +114,7 @@ TEST(Mac, IncrementStaysInTheVendorsRange)
     EXPECT_STREQ(mactoa(mac), "00:11:22:00:00:00");
     EXPECT_TRUE(std::regex_match(
         reports.take(),
-        std::regex("4 mac_increment:[0-9]+: Network interface controller numbers exhausted\n")));
+        std::regex("4: mac_increment:[0-9]+: Network interface controller numbers exhausted\n")));
     EXPECT_EQ(mac_subtract(bcast_mac, mac), 0xffffffffffff - 0x1122000000);
     EXPECT_EQ(mac_subtract(nullptr, bcast_mac), -0xffffffffffff);
 }

@@ -1,10 +1,9 @@
 #include "util/url.h"
 
-#include "support/reports.h"
+#include "support.h"
 
 #include <climits>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <string>
 
 namespace
@@ -15,7 +14,7 @@ std::string shown(const char *text) { return text ? text : "-"; }
 // "scheme|user|password|host|port|given|path|query", "-" for NULL, or what was reported.
 std::string parsed(const char *url)
 {
-    Reports reports;
+    ReportLog reports;
     parsed_url u;
     memset(&u, 0x5a, sizeof(u));
     const int result = parse_url(url, &u);
@@ -55,14 +54,14 @@ TEST(Url, Parts)
         {"http://[::1]x:5", "2|-|-|::1|5|1|-|-"},
         {"http://[]/", "2|-|-||80|0||-"},
         {"http://x[::1]/", "2|-|-|x[|0|1||-"},
-        {"ftp://h", "4 The URL path must not be empty for FTP/TFTP\n"},
-        {"tftp://u@h?a", "4 The URL path must not be empty for FTP/TFTP\n"},
-        {"http://[::1/x]", "4 Host IPv6 address needs to be inside [ ]\n"},
-        {"http://u@[::1?]", "4 Host IPv6 address needs to be inside [ ]\n"},
-        {"gopher://h/", "4 Not a HTTP, HTTPS, FTP or TFTP url: gopher://h/\n"},
-        {"http:/h/%s%n", "4 Not a HTTP, HTTPS, FTP or TFTP url: http:/h/%s%n\n"},
-        {"", "4 Not a HTTP, HTTPS, FTP or TFTP url: \n"},
-        {nullptr, "4 Not a HTTP, HTTPS, FTP or TFTP url: \n"},
+        {"ftp://h", "4: The URL path must not be empty for FTP/TFTP\n"},
+        {"tftp://u@h?a", "4: The URL path must not be empty for FTP/TFTP\n"},
+        {"http://[::1/x]", "4: Host IPv6 address needs to be inside [ ]\n"},
+        {"http://u@[::1?]", "4: Host IPv6 address needs to be inside [ ]\n"},
+        {"gopher://h/", "4: Not a HTTP, HTTPS, FTP or TFTP url: gopher://h/\n"},
+        {"http:/h/%s%n", "4: Not a HTTP, HTTPS, FTP or TFTP url: http:/h/%s%n\n"},
+        {"", "4: Not a HTTP, HTTPS, FTP or TFTP url: \n"},
+        {nullptr, "4: Not a HTTP, HTTPS, FTP or TFTP url: \n"},
     };
     for (const auto &row : rows)
         EXPECT_EQ(parsed(row[0]), row[1]) << row[0];
@@ -154,12 +153,14 @@ TEST(UrlNames, DomainAndHost)
         expect_valid(is_valid_domain_name, row.text, row.domain);
         expect_valid(is_valid_host_name, row.text, row.host);
     }
+    const char address[] = "a@b";
     for (auto *validator :
          {is_valid_domain_name, is_valid_host_name, is_valid_email, is_valid_domain_or_ip}) {
         EXPECT_FALSE(validator(nullptr, nullptr));
-        EXPECT_FALSE(validator("a@b" + 2, "a@b")) << "an end before the start";
+        EXPECT_FALSE(validator(address + 2, address)) << "an end before the start";
     }
-    EXPECT_FALSE(is_valid_host_name("a\0b", "a\0b" + 3));
+    const char with_nul[] = "a\0b";
+    EXPECT_FALSE(is_valid_host_name(with_nul, with_nul + 3));
 }
 
 TEST(UrlNames, Email)
@@ -183,7 +184,8 @@ TEST(UrlNames, Email)
     };
     for (const auto &row : rows)
         expect_valid(is_valid_email, row.text, row.valid);
-    EXPECT_FALSE(is_valid_email("a\0@b", "a\0@b" + 4));
+    const char with_nul[] = "a\0@b";
+    EXPECT_FALSE(is_valid_email(with_nul, with_nul + 4));
 
     const std::string domain255 = of(63) + "." + of(63) + "." + of(63) + "." + of(63);
     const std::string longest = of(64, 'x') + "@" + domain255; // 320 characters
@@ -213,7 +215,8 @@ TEST(UrlNames, DomainOrIp)
     };
     for (const auto &row : rows)
         expect_valid(is_valid_domain_or_ip, row.text, row.valid);
-    EXPECT_FALSE(is_valid_domain_or_ip("1.2.3.4\0x", "1.2.3.4\0x" + 9));
+    const char with_nul[] = "1.2.3.4\0x";
+    EXPECT_FALSE(is_valid_domain_or_ip(with_nul, with_nul + 9));
 }
 
 TEST(UrlNames, Ip)
