@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdarg>
 #include <cwchar>
+#include <malloc.h>
 
 namespace
 {
@@ -134,6 +135,18 @@ TEST(Str, AppendingAtAKnownLength)
         length = UINT32_MAX;
         str_catfast(s, "x", &length);
     });
+}
+
+TEST(Str, AppendingLeavesALargeBlockAlone)
+{
+    Str s;
+    uint32_t length = 0;
+    while (length < 300000)
+        str_catfast(s, "0123456789", &length);
+    const size_t before = malloc_usable_size(s.p);
+    for (int i = 0; i < 1000; i++)
+        str_catfast(s, "x", &length);
+    EXPECT_EQ(malloc_usable_size(s.p), before);
 }
 
 TEST(Str, CuttingAndConverting)

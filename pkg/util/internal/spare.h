@@ -6,6 +6,9 @@
 
 #include "heap.h"
 
+#include <algorithm>
+#include <bit>
+
 #ifdef KUTIL_HAVE_MALLOC_USABLE_SIZE
 #include <malloc.h>
 #endif
@@ -30,19 +33,20 @@ inline size_t usable_size([[maybe_unused]] void *block)
 #endif
 }
 
-// The next of 16, 24, 32, 48, 64, 96 ...: growing to these sizes copies less than three times the final
-// content.
-constexpr size_t growth_size(size_t needed)
+// Blocks that grow have sizes of 16, 24, 32, 48, 64, 96 ... bytes: appending copies less than three times the
+// final content. These are the next of them from `n` up and from `n` down.
+constexpr size_t step_above(size_t n)
 {
-    size_t size = 16;
-    while (size < needed) {
-        if (size > SIZE_MAX / 4)
-            return needed;
-        if (size + size / 2 >= needed)
-            return size + size / 2;
-        size *= 2;
-    }
-    return size;
+    const size_t power = std::bit_floor(std::max<size_t>(n, 16));
+    if (n <= power || n > SIZE_MAX / 2)
+        return std::max(n, power);
+    return n <= power + power / 2 ? power + power / 2 : power * 2;
+}
+
+constexpr size_t step_below(size_t n)
+{
+    const size_t power = std::bit_floor(n);
+    return n >= power + power / 2 ? power + power / 2 : power;
 }
 
 // Makes the malloc block `block` (NULL: a new one) hold at least `needed` bytes, with spare room where it
@@ -50,12 +54,14 @@ constexpr size_t growth_size(size_t needed)
 inline void *grow_with_spare(void *block, size_t needed)
 {
     const size_t usable = block ? usable_size(block) : 0;
-    if (needed > usable)
-        return realloc_e(block, growth_size(needed));
-    // Asking for what the block is known to hold moves nothing, and makes the spare bytes ours to write.
     // Under the address sanitizer a block is no larger than what was asked for, and asking again would copy
     // it.
-    return kSanitized ? block : realloc_e(block, usable);
+    if (kSanitized && needed <= usable)
+        return block;
+    // Asking again for what the block holds moves nothing, and makes its spare bytes ours to write. It is a
+    // step that is asked for, never all that is usable: glibc would grow a large block by a page then, at
+    // every call.
+    return realloc_e(block, std::max(step_above(needed), step_below(usable)));
 }
 
 } // namespace kutil
