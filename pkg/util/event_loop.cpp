@@ -136,6 +136,7 @@ void event_loop_init(void)
         take_down();
     event_loop_quit = 0;
     loop.generation++;
+    loop.depth = 0;
     loop.registrations = 0;
     children_free();
     fd_table_init();
@@ -156,10 +157,13 @@ int event_loop(void)
     if (!event_loop_is_up())
         return 1;
     const uint32_t generation = loop.generation;
-    const int floor = loop.queue_desc.used;
+    const int floor = loop.depth > 0 ? loop.queue_desc.used : 0;
+    loop.depth++;
     std::optional<int> result;
     while (!result)
         result = iterate(generation, floor);
+    if (same_loop(generation))
+        loop.depth--;
     return *result;
 }
 

@@ -76,6 +76,7 @@ struct Loop {
     int ticks_per_second;
     const event_be *be;
     uint32_t generation; // changes with every init and uninit, so that a callback's effect on the loop shows
+    int depth;           // of event_loop calls inside one another
 
     FdEntry *fds;
     array_desc fd_table; // of fds; used is the size of the table
