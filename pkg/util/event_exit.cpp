@@ -24,7 +24,7 @@ struct ExitState {
     bool exiting;
     bool signal_registered;
 };
-constinit ExitState state;
+constinit ExitState state = {};
 
 void on_hangup(int, void *) { event_exit(); }
 

@@ -27,8 +27,8 @@ struct PollState {
     int *index;           // of a descriptor's slot, -1 for none
     array_desc index_desc;
 };
-constinit PollState state;
-constinit const event_be *chosen;
+constinit PollState state = {};
+constinit const event_be *chosen = nullptr;
 
 short poll_events(uint32_t types)
 {

@@ -17,7 +17,7 @@ struct TickBase {
     bool known;
     uint32_t ticks;
 };
-constinit TickBase base;
+constinit TickBase base = {};
 
 // Some C libraries take a count just below the wrap for an error number and answer -1: negated, the error
 // number is the count again. One that sets no error number had -1 as its count.
