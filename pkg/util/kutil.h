@@ -6,6 +6,7 @@
 #include "alloc.h"
 #include "array.h"
 #include "attrib.h"
+#include "attrib_text.h"
 #include "base64.h"
 #include "code2str.h"
 #include "code_tables.h"

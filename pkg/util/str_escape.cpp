@@ -1,6 +1,7 @@
 #include "str_escape.h"
 
 #include "internal/chars.h"
+#include "internal/escape.h"
 #include "internal/heap.h"
 
 #include <cstdint>
@@ -253,24 +254,19 @@ char **unescape_percent(char **s, bool plus_is_blank)
 {
     if (!s)
         return nullptr;
-    if (!*s || !**s) {
+    if (!*s || !**s)
         replace_text(s, copy_text(""));
-        return s;
-    }
-    char *to = *s;
-    for (const char *from = *s; *from;) {
-        const int high = *from == '%' ? xdigit_value(from[1]) : -1;
-        const int low = high >= 0 ? xdigit_value(from[2]) : -1;
-        if (low >= 0) {
-            *to++ = static_cast<char>(high * 16 + low);
-            from += 3;
-        } else {
-            *to++ = plus_is_blank && *from == '+' ? ' ' : *from;
-            from++;
-        }
-    }
-    *to = '\0';
+    else
+        unescape_percent_in_place(*s, plus_is_blank);
     return s;
+}
+
+template <class Form>
+void append_escaped(TextBuilder &to, View text, const Form &form)
+{
+    const size_t length = escaped_length(text, form);
+    write_escaped(to.room(length), text, form);
+    to.commit(length);
 }
 
 constexpr char unescaped_c(char c)
@@ -312,6 +308,31 @@ constexpr code_str kHtmlField[] = {row('"', "&quot;"),
 constexpr code_str kExec[] = {row('"', "\\\""), row('\'', "\\'"), row('\\', "\\\\"), kEnd};
 
 } // namespace
+
+void unescape_percent_in_place(char *text, bool plus_is_blank)
+{
+    char *to = text;
+    for (const char *from = text; *from;) {
+        const int high = *from == '%' ? xdigit_value(from[1]) : -1;
+        const int low = high >= 0 ? xdigit_value(from[2]) : -1;
+        if (low >= 0) {
+            *to++ = static_cast<char>(high * 16 + low);
+            from += 3;
+        } else {
+            *to++ = plus_is_blank && *from == '+' ? ' ' : *from;
+            from++;
+        }
+    }
+    *to = '\0';
+}
+
+void append_http(TextBuilder &to, View text) { append_escaped(to, text, StaticForm<http_form>()); }
+
+void append_query_field(TextBuilder &to, View text)
+{
+    append_escaped(to, text, StaticForm<query_field_form>());
+}
+
 } // namespace kutil
 
 using namespace kutil;
