@@ -46,6 +46,9 @@ private:
     size_t lines_ = 0;
 };
 
+// Appends the text as a value stands in a line: bytes below 32, from 127 up and & as &xx;.
+void append_printable(TextBuilder *out, View text);
+
 // The visible son of a key that holds a value, NULL for other nodes.
 set *value_leaf(set *key);
 

@@ -27,20 +27,6 @@ void append_escaped(TextBuilder *out, char c)
     out->append(View(escape, sizeof(escape)));
 }
 
-// Appends the text; what needs no escape goes over in runs.
-void append_value(TextBuilder *out, View text)
-{
-    size_t start = 0;
-    for (size_t i = 0; i < text.size(); i++) {
-        if (!is_escaped(text[i]))
-            continue;
-        out->append(sub(text, start, i - start));
-        append_escaped(out, text[i]);
-        start = i + 1;
-    }
-    out->append(sub(text, start));
-}
-
 // Reads the byte at *pos, escaped or not, and steps behind it. NULL, or the fault.
 const char *read_byte(View text, size_t *pos, char *byte)
 {
@@ -128,6 +114,20 @@ void add_path(TreeLineWriter *writer, const set *node)
 
 } // namespace
 
+void append_printable(TextBuilder *out, View text)
+{
+    size_t start = 0;
+    // What needs no escape goes over in runs.
+    for (size_t i = 0; i < text.size(); i++) {
+        if (!is_escaped(text[i]))
+            continue;
+        out->append(sub(text, start, i - start));
+        append_escaped(out, text[i]);
+        start = i + 1;
+    }
+    out->append(sub(text, start));
+}
+
 set *value_leaf(set *key)
 {
     set **son = set_get_son(&key, 0);
@@ -167,7 +167,7 @@ void TreeLineWriter::emit_value(const char *value)
 {
     const size_t path_end = line_.size();
     line_.append('=');
-    append_value(&line_, value);
+    append_printable(&line_, value);
     emit();
     line_.truncate(path_end);
 }
