@@ -4,6 +4,7 @@
 #include "common/tree_list.h"
 #include "util/internal/number.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <getopt.h>
 
@@ -122,7 +123,7 @@ HeapText read_path(Session &session, const Args &args, int i)
     size_t offset = 0;
     HeapText path(tree_path_read(word, strlen(word), &offset));
     if (!path) {
-        session.complain(kMisuse, "%s: character %zu: %s", shown(word).get(), offset + 1,
+        session.complain(kMisuse, "%s: character %zu: %s", typed(word).get(), offset + 1,
                          word[offset] == '\\'
                              ? "a path does not end in a backslash"
                              : "not an escape of \"&\", two hexadecimal digits and \";\" (& itself is &26;)");
@@ -137,6 +138,12 @@ HeapText shown(View path)
     kutil::TextBuilder text;
     append_printable(&text, path);
     return HeapText(text.release());
+}
+
+HeapText typed(View word)
+{
+    const bool printable = std::all_of(word.begin(), word.end(), kutil::is_print);
+    return printable ? HeapText(kutil::copy_text(word)) : shown(word);
 }
 
 size_t count_keys(set **node)

@@ -55,6 +55,9 @@ HeapText read_path(Session &session, const Args &args, int i);
 // A path or name for a message: printable, whatever bytes it has.
 HeapText shown(View path);
 
+// A word for a message: just as it was typed, as long as that is printable.
+HeapText typed(View word);
+
 // Whether the path has no name in it, so that it means the top node.
 bool is_top_path(const char *path);
 

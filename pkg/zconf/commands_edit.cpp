@@ -20,7 +20,7 @@ Exit run_set(Session &session, const Args &args)
     if (!path)
         return kMisuse;
     if (is_top_path(path.get()))
-        return session.complain(kMisuse, "%s: names no key", shown(args.word(0)).get());
+        return session.complain(kMisuse, "\"%s\" names no key", typed(args.word(0)).get());
     const Exit lost = check_no_keys_lost(session, path.get());
     const Exit above = lost == kDone ? check_no_value_above(session, path.get()) : lost;
     if (above == kDone)
@@ -34,7 +34,7 @@ Exit run_del(Session &session, const Args &args)
     if (!path)
         return kMisuse;
     if (is_top_path(path.get()))
-        return session.complain(kMisuse, "%s: names no key", shown(args.word(0)).get());
+        return session.complain(kMisuse, "\"%s\" names no key", typed(args.word(0)).get());
     set **key = set_get(session.tree(), path.get());
     if (!key)
         return session.complain(kNo, "%s: no such key", shown(path.get()).get());
@@ -106,10 +106,10 @@ struct Pair {
 size_t complain_of_conflicts(Session &session, const Pair &top, const char *source)
 {
     size_t conflicts = 0;
-    kutil::WalkStack<Pair> pairs;
+    kutil::WalkStack<Pair> pairs; // all of them, those above first
     pairs.push(top);
-    while (!pairs.empty()) {
-        Pair pair = pairs.pop();
+    for (size_t i = 0; i < pairs.size(); i++) {
+        Pair pair = pairs[i];
         if (!pair.to->sons || !pair.from->sons)
             continue;
         const bool is_value = value_leaf(pair.to) != nullptr;

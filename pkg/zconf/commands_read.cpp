@@ -51,10 +51,10 @@ Exit run_get(Session &session, const Args &args)
         return result;
     const set *leaf = kutil::common::value_leaf(*key);
     if (!leaf && set_get_nsons(key) > 0)
-        return session.complain(kNo, "%s: holds %zu keys and no value", shown(args.word(0)).get(),
+        return session.complain(kNo, "%s: holds %zu keys and no value", typed(args.word(0)).get(),
                                 count_keys(key));
     if (!leaf)
-        return session.complain(kNo, "%s: holds no value", shown(args.word(0)).get());
+        return session.complain(kNo, "%s: holds no value", typed(args.word(0)).get());
     print_line(session.out(), leaf->value, strlen(leaf->value));
     return kDone;
 }
@@ -65,7 +65,7 @@ Exit run_list(Session &session, const Args &args)
     set **node = find_node(session, args, 0, &result);
     if (!node)
         return result;
-    if (!tree_list(node, print_listed_line, session.out()))
+    if (!kutil::common::tree_list(node, print_listed_line, session.out()))
         session.complain(
             kDone,
             "%s: some names are empty or stand twice among their brothers: these lines do not read "
@@ -93,14 +93,14 @@ Exit run_diff(Session &session, const Args &args)
     if (!same_name)
         session.complain(kNo, "the top node is %s here and %s in %s", shown((*session.tree())->value).get(),
                          shown(other->value).get(), args.word(0));
-    const size_t lines = tree_diff(session.tree(), &other, print_line, session.out());
+    const size_t lines = kutil::common::tree_diff(session.tree(), &other, print_line, session.out());
     set_free(&other);
     return lines == 0 && same_name ? kDone : kNo;
 }
 
 Exit run_validate(Session &session, const Args &)
 {
-    const bool unique = tree_list(
+    const bool unique = kutil::common::tree_list(
         session.tree(), [](void *, const char *, size_t) {}, nullptr);
     const size_t keys = count_keys(session.tree());
     fprintf(session.out(), "%s: valid, %zu keys\n", session.file_name(), keys);

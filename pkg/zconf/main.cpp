@@ -55,10 +55,21 @@ void print_help()
     fputs(kHelpOptions, stdout);
 }
 
-Exit misuse(const char *what)
+// A call that cannot be understood, and the word at which that shows.
+Exit misuse(const char *what, const char *word = "")
 {
-    fprintf(stderr, "zconf: %s\n%sTry zconf --help.\n", what, kUsage);
+    fprintf(stderr, "zconf: %s%s%s\n%sTry zconf --help.\n", what, *word ? ": " : "", word, kUsage);
     return kMisuse;
+}
+
+// The option that getopt_long refused: a letter of its own, or the word that it has just passed.
+const char *bad_option(char **argv)
+{
+    static char letter[] = "-?";
+    if (optopt == 0)
+        return argv[optind - 1];
+    letter[1] = static_cast<char>(optopt);
+    return letter;
 }
 
 // What has to be known before a file is opened: done is set when the call ends here.
@@ -84,9 +95,9 @@ Exit read_settings(int argc, char **argv, Settings *settings, bool *done)
             puts("zconf " KUTIL_VERSION);
             return kDone;
         case ':':
-            return misuse("an option needs an argument");
+            return misuse("the option needs an argument", argv[optind - 1]);
         default:
-            return misuse("no such option");
+            return misuse("no such option", bad_option(argv));
         }
     }
     *done = false;
@@ -106,7 +117,7 @@ Exit run(int argc, char **argv)
         return misuse("no command");
     const Command *command = find_command(argv[optind]);
     if (!command)
-        return misuse("no such command");
+        return misuse("no such command", argv[optind]);
     if (has_no_name(settings.file))
         settings.file = getenv("ZCONF_FILE");
     if (has_no_name(settings.file))
