@@ -12,6 +12,7 @@ using namespace kutil;
 static_assert(offsetof(set, value) == 0 && offsetof(set, layers) == sizeof(char *));
 static_assert(offsetof(set, next) < offsetof(set, sons) && offsetof(set, sons) < offsetof(set, parent));
 static_assert(offsetof(set, parent) < offsetof(set, changed));
+static_assert(sizeof(void *) != 4 || sizeof(set) == 24); // a gateway has thousands
 static_assert(offsetof(set_mask_entry, get) < offsetof(set_mask_entry, set));
 
 namespace

@@ -468,6 +468,26 @@ TEST(SetTree, BrothersThatCameAlongAreFreedAndCopiedAlthoughTheirParentIsAnother
     EXPECT_EQ(tree.root, nullptr);
 }
 
+TEST(SetTree, JoiningGivesTheTargetLayersOnlyWhenItSharesNone)
+{
+    const struct {
+        const char *target;
+        uint32_t mask, forced;
+        const char *after;
+    } rows[] = {
+        {"t(x)", 3, 0, "t*(x:3*(y:2*) z:2*)"}, // its sons get whatever they lack
+        {"t:4(x)", 3, 0, "t:7*(x:3*(y:2*) z:2*)"},
+        {"t(x)", 2, 8, "t:9*(x:9*(y:8*) z:8*)"},
+        {"t(x(y))", 1, 0, "t(x(y))"},
+    };
+    for (const auto &row : rows) {
+        Tree target(row.target);
+        Tree source("s:3(x:3(y:2) z:2)");
+        kutil::tree_join(target.root, source.root, row.mask, row.forced);
+        EXPECT_EQ(target.marks(), row.after) << row.target;
+    }
+}
+
 TEST(SetTree, UsePutsANodeIntoThePlace)
 {
     Tree tree("r(a(1))");
