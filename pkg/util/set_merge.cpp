@@ -4,9 +4,10 @@
 
 #include "internal/heap.h"
 #include "internal/set_node.h"
+#include "internal/son_finder.h"
 #include "internal/value_like.h"
 
-#include <algorithm>
+#include <utility>
 
 using namespace kutil;
 
@@ -43,7 +44,7 @@ private:
 // Of two nodes that are being merged, the source's next son.
 struct MergeLevel {
     set *next;
-    set *target;
+    SonFinder sons; // of the target
 };
 
 class Merger
@@ -72,7 +73,9 @@ private:
     void merge(set *source, set *target)
     {
         if (!is_value_like(source)) {
-            levels_.push({source->sons, target});
+            MergeLevel level = {source->sons, {}};
+            level.sons.open(target, 0, count_brothers(source->sons));
+            levels_.push(level);
         } else if (const set *value = value_son(source, mask_)) {
             tree_free_sons(&target, to_);
             find_or_add_son(target, value->value, to_);
@@ -84,21 +87,21 @@ private:
         MergeLevel &level = levels_.top();
         set *source = level.next;
         if (!source) {
-            levels_.pop();
+            levels_.pop().sons.close();
             return;
         }
         level.next = source->next;
         if (!in_mask(source, mask_))
             return;
-        set **place = find_son(level.target, source->value);
-        if (*place && in_conflict(source, *place)) {
+        set *target = level.sons.find(source->value);
+        if (target && in_conflict(source, target)) {
             result_ = -1;
             return;
         }
-        if (!*place)
-            *place = new_node(source->value, 0, level.target);
-        give_layers(*place, to_);
-        merge(source, *place);
+        if (!target)
+            target = level.sons.add(source->value);
+        give_layers(target, to_);
+        merge(source, target);
     }
 
     uint32_t to_;
@@ -111,67 +114,7 @@ private:
 
 struct ComparedPair {
     const set *a;
-    const set *b;
-};
-
-// The sons of one node that are visible in a mask, for finding the first of a name.
-class SonsByName
-{
-public:
-    SonsByName(const set *parent, uint32_t mask, size_t count) : parent_(parent), mask_(mask)
-    {
-        if (count > kScanned)
-            sort(count);
-    }
-
-    const set *find(const char *name) const
-    {
-        if (sorted_)
-            return find_sorted(name);
-        const set *son = parent_->sons;
-        while (son && !(in_mask(son, mask_) && same_text(son->value, name)))
-            son = son->next;
-        return son;
-    }
-
-private:
-    static constexpr size_t kScanned = 16; // up to so many a scan is as fast
-
-    struct Entry {
-        const set *son;
-        size_t position;
-    };
-
-    void sort(size_t count)
-    {
-        sorted_.reset(new_array<Entry>(count));
-        count_ = 0;
-        for (const set *son = parent_->sons; son; son = son->next) {
-            if (in_mask(son, mask_)) {
-                sorted_[count_] = {son, count_};
-                count_++;
-            }
-        }
-        std::sort(sorted_.get(), sorted_.get() + count_, [](const Entry &a, const Entry &b) {
-            const int order = strcmp(a.son->value, b.son->value);
-            return order != 0 ? order < 0 : a.position < b.position;
-        });
-    }
-
-    const set *find_sorted(const char *name) const
-    {
-        const Entry *begin = sorted_.get();
-        const Entry *end = begin + count_;
-        const Entry *found = std::lower_bound(begin, end, name, [](const Entry &entry, const char *wanted) {
-            return strcmp(entry.son->value, wanted) < 0;
-        });
-        return found != end && same_text(found->son->value, name) ? found->son : nullptr;
-    }
-
-    const set *parent_;
-    uint32_t mask_;
-    size_t count_ = 0;
-    std::unique_ptr<Entry[], Free> sorted_;
+    set *b;
 };
 
 // Pairs the visible sons of two nodes of one name by their names; false when they cannot be equal. Pairs of
@@ -187,17 +130,19 @@ bool pair_sons(const ComparedPair &parents, uint32_t a_mask, uint32_t b_mask, Wa
     const size_t count = count_sons(parents.a, a_mask);
     if (count != count_sons(parents.b, b_mask))
         return false;
-    const SonsByName others(parents.b, b_mask, count);
-    for (const set *son = parents.a->sons; son; son = son->next) {
+    SonFinder others;
+    others.open(parents.b, b_mask, count);
+    bool paired = true;
+    for (const set *son = parents.a->sons; son && paired; son = son->next) {
         if (!in_mask(son, a_mask))
             continue;
-        const set *other = others.find(son->value);
-        if (!other)
-            return false;
-        if (son->sons || other->sons)
+        set *other = others.find(son->value);
+        paired = other != nullptr;
+        if (paired && (son->sons || other->sons))
             later->push({son, other});
     }
-    return true;
+    others.close();
+    return paired;
 }
 
 // --- Swap.
@@ -329,7 +274,7 @@ set **set_join(set **dst, set **src) { return set_join_ordered(dst, src, nullptr
 int set_compare_sets_mask(set **a, uint32_t a_mask, set **b, uint32_t b_mask)
 {
     const set *first = visible_at(a, a_mask);
-    const set *second = visible_at(b, b_mask);
+    set *second = visible_at(b, b_mask);
     if (!first || !second)
         return first || second ? -1 : 0;
     if (!same_text(first->value, second->value))

@@ -3,6 +3,7 @@
 #include "internal/number.h"
 #include "internal/report.h"
 #include "internal/set_node.h"
+#include "internal/son_finder.h"
 
 #include <charconv>
 #include <cstddef>
@@ -26,7 +27,8 @@ struct CopyLevel {
 
 struct JoinLevel {
     set *target;
-    set *next; // of the source's sons, the one to look at
+    set *next;      // of the source's sons, the one to look at
+    SonFinder sons; // of the target
 };
 
 // The node behind `at` when a chain and everything below it is visited, parents first; `later` has the
@@ -204,18 +206,25 @@ void tree_join(set *target, set *source, uint32_t mask, uint32_t forced)
     if (!(target->layers & top_bits))
         give_layers(target, top_bits);
     WalkStack<JoinLevel> levels;
-    levels.push({target, source->sons});
+    const auto enter = [&levels](set *to, set *from) {
+        JoinLevel level = {to, from->sons, {}};
+        level.sons.open(to, 0, count_brothers(from->sons));
+        levels.push(level);
+    };
+    enter(target, source);
     while (!levels.empty()) {
         JoinLevel &level = levels.top();
         set *from = level.next;
         if (!from) {
-            levels.pop();
+            levels.pop().sons.close();
             continue;
         }
         level.next = from->next;
         if (!(from->layers & mask))
             continue;
-        set *to = *find_or_add_son(level.target, from->value, 0);
+        set *to = level.sons.find(from->value);
+        if (!to)
+            to = level.sons.add(from->value);
         const uint32_t bits = forced ? forced : from->layers & mask;
         if ((to->layers & bits) != bits) {
             to->changed = 1;
@@ -223,7 +232,7 @@ void tree_join(set *target, set *source, uint32_t mask, uint32_t forced)
             mark_targets(levels);
         }
         if (from->sons)
-            levels.push({to, from->sons});
+            enter(to, from);
     }
 }
 
