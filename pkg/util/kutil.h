@@ -11,6 +11,7 @@
 #include "code2str.h"
 #include "code_tables.h"
 #include "conf_crypt.h"
+#include "conf_key.h"
 #include "date.h"
 #include "file.h"
 #include "fstr.h"

@@ -49,4 +49,38 @@ uint64_t parse_u64(const char *text, const char **end, int base)
     return value;
 }
 
+// The number of a text that is nothing else, when it is from `min` to `max`.
+static bool whole_number(const char *text, long long min, long long max, long long *value)
+{
+    const ErrnoScope keep_errno;
+    if (!text)
+        return false;
+    char *stop = nullptr;
+    errno = 0;
+    const long long number = strtoll(text, &stop, 10);
+    if (stop == text || *stop || errno == ERANGE || number < min || number > max)
+        return false;
+    *value = number;
+    return true;
+}
+
+bool whole_i32(const char *text, int32_t *value)
+{
+    long long number = 0;
+    if (!whole_number(text, INT32_MIN, INT32_MAX, &number))
+        return false;
+    *value = static_cast<int32_t>(number);
+    return true;
+}
+
+bool whole_u32(const char *text, uint32_t *value)
+{
+    constexpr long long kMax = UINT32_MAX;
+    long long number = 0;
+    if (!whole_number(text, -kMax, kMax, &number))
+        return false;
+    *value = static_cast<uint32_t>(number);
+    return true;
+}
+
 } // namespace kutil
