@@ -84,10 +84,11 @@ void BM_get(benchmark::State &state)
     attrib_free(&list);
 }
 
-BENCHMARK(BM_query_read)->Arg(10)->Arg(1000)->Arg(2000)->Arg(4000)->Complexity();
-BENCHMARK(BM_query_write)->Arg(10)->Arg(1000)->Arg(2000)->Arg(4000)->Complexity();
-BENCHMARK(BM_header_write_and_read)->Arg(10)->Arg(1000)->Arg(2000)->Arg(4000)->Complexity();
-BENCHMARK(BM_copy)->Arg(10)->Arg(1000)->Arg(2000)->Arg(4000)->Complexity();
-BENCHMARK(BM_get)->Arg(10)->Arg(1000)->Arg(2000)->Arg(4000)->Complexity();
+// Sizes whose texts malloc does not map as blocks of their own: the figures are the code's, not the kernel's.
+BENCHMARK(BM_query_read)->Arg(10)->Arg(500)->Arg(1000)->Arg(2000)->Complexity();
+BENCHMARK(BM_query_write)->Arg(10)->Arg(500)->Arg(1000)->Arg(2000)->Complexity();
+BENCHMARK(BM_header_write_and_read)->Arg(10)->Arg(500)->Arg(1000)->Arg(2000)->Complexity();
+BENCHMARK(BM_copy)->Arg(10)->Arg(500)->Arg(1000)->Arg(2000)->Complexity();
+BENCHMARK(BM_get)->Arg(10)->Arg(500)->Arg(1000)->Arg(2000)->Complexity();
 
 } // namespace
