@@ -4,14 +4,13 @@
 /* date.h: times as seconds since the epoch, as struct tm, and as text.
  *
  * The text forms: SQL ("2026-11-15 12:30:00"), display ("15-Nov-26 12:30", years before 1970 with four
- * digits), XML
- * ("2026-11-15T12:30:00Z") and HTTP ("Sun, 15 Nov 2026 12:30:00 GMT"). A time of exactly midnight is left out
- * of the SQL and display forms. Years run from 1970 to 2069 where they are read; two digits 00 to 69 mean
- * 2000 to 2069. Month and day names are English, whatever the locale.
+ * digits), XML ("2026-11-15T12:30:00Z") and HTTP ("Sun, 15 Nov 2026 12:30:00 GMT"). A time of exactly
+ * midnight is left out of the SQL and display forms. Years run from 1970 to 2069 where they are read; two
+ * digits 00 to 69 mean 2000 to 2069. Month and day names are English, whatever the locale.
  *
  * An empty date is a struct tm that is NULL, or all zero but for a year of 0 or 100 and a month of 0 or -1.
- * It prints as
- * "" and is what a blank text reads as; as a time it is 0, so the first second of 1970 prints as "" too.
+ * It prints as "" and is what a blank text reads as; as a time it is 0, so the first second of 1970 prints as
+ * "" too.
  *
  * `local` chooses the zone: not 0 is the process's local time, 0 is UTC, which is own arithmetic and never
  * looks at TZ. Times that struct tm cannot hold print as "".

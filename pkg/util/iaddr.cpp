@@ -29,10 +29,7 @@ constexpr iaddr kAny4 = {kAnyBytes, AF_INET};
 constexpr iaddr kAny6 = {kAnyBytes, AF_INET6};
 constexpr iaddr kNoAddress = {kAnyBytes, AF_UNSPEC};
 
-const iaddr &value_of(const iaddr *a)
-{
-    return a ? *a : kNoAddress;
-}
+const iaddr &value_of(const iaddr *a) { return a ? *a : kNoAddress; }
 
 // The comparison within one family. Deliberate: IPv4 gives the wrapped difference, not a three-way result.
 int compare_bytes(uint16_t family, const void *a, const void *b)
@@ -139,15 +136,9 @@ iaddr *ip2iaddr(iaddr *out, uint32_t ip)
     return out;
 }
 
-iaddr *in_addr2iaddr(iaddr *out, in_addr a)
-{
-    return iaddr_from_ip_addr(AF_INET, out, &a);
-}
+iaddr *in_addr2iaddr(iaddr *out, in_addr a) { return iaddr_from_ip_addr(AF_INET, out, &a); }
 
-iaddr *in6_addr2iaddr(iaddr *out, in6_addr a)
-{
-    return iaddr_from_ip_addr(AF_INET6, out, &a);
-}
+iaddr *in6_addr2iaddr(iaddr *out, in6_addr a) { return iaddr_from_ip_addr(AF_INET6, out, &a); }
 
 iaddr *iaddr_from_ip_addr(uint16_t family, iaddr *out, const void *src)
 {
@@ -271,10 +262,7 @@ int str2ip_addr(uint16_t *family_out, ip_addr *out, const char *text)
     return ok ? 0 : -1;
 }
 
-int str2iaddr(iaddr *out, const char *text)
-{
-    return out ? str2ip_addr(&out->family, &out->addr, text) : -1;
-}
+int str2iaddr(iaddr *out, const char *text) { return out ? str2ip_addr(&out->family, &out->addr, text) : -1; }
 
 char *ip_addr2str(uint16_t family, const void *a)
 {
@@ -331,20 +319,11 @@ char *inet_ntoa_t(uint32_t ip)
 
 // ---- Constants ----
 
-const ip_addr *ip_addr_loopback(uint16_t family)
-{
-    return family == AF_INET ? &kLoopback4 : &kLoopback6;
-}
+const ip_addr *ip_addr_loopback(uint16_t family) { return family == AF_INET ? &kLoopback4 : &kLoopback6; }
 
-const ip_addr *ip_addr_any()
-{
-    return &kAnyBytes;
-}
+const ip_addr *ip_addr_any() { return &kAnyBytes; }
 
-const iaddr *iaddr_any(uint16_t family)
-{
-    return family == AF_INET6 ? &kAny6 : &kAny4;
-}
+const iaddr *iaddr_any(uint16_t family) { return family == AF_INET6 ? &kAny6 : &kAny4; }
 
 // ---- Comparing and classifying ----
 
@@ -364,10 +343,7 @@ int ip_addr_is_in_range(uint16_t family, const void *a, const void *lo, const vo
     return compare_bytes(family, lo, a) <= 0 && compare_bytes(family, a, hi) <= 0;
 }
 
-int iaddr_is_any(const iaddr *a)
-{
-    return iaddr_cmp(iaddr_any(value_of(a).family), a) == 0;
-}
+int iaddr_is_any(const iaddr *a) { return iaddr_cmp(iaddr_any(value_of(a).family), a) == 0; }
 
 int iaddr_is_loopback(const iaddr *a)
 {
@@ -375,10 +351,7 @@ int iaddr_is_loopback(const iaddr *a)
     return compare_bytes(address.family, &address.addr, ip_addr_loopback(address.family)) == 0;
 }
 
-int iaddr_is_valid(const iaddr *a)
-{
-    return address_bits(value_of(a).family) != 0;
-}
+int iaddr_is_valid(const iaddr *a) { return address_bits(value_of(a).family) != 0; }
 
 int iaddr_is_ipv4_mapped(const iaddr *a)
 {
@@ -425,28 +398,13 @@ void iaddr_dec(iaddr *a)
     }
 }
 
-int inet_is_addr_ula(const void *a)
-{
-    return (octets(a)[0] & 0xfe) == 0xfc;
-}
+int inet_is_addr_ula(const void *a) { return (octets(a)[0] & 0xfe) == 0xfc; }
 
-int inet_is_addr_global(const void *a)
-{
-    return (octets(a)[0] & 0xe0) == 0x20;
-}
+int inet_is_addr_global(const void *a) { return (octets(a)[0] & 0xe0) == 0x20; }
 
-int inet_is_addr_mc(const void *a)
-{
-    return octets(a)[0] == 0xff;
-}
+int inet_is_addr_mc(const void *a) { return octets(a)[0] == 0xff; }
 
 // Deliberate: fe80::/9 and ff80::/9 pass, not only fe80::/10.
-int inet_is_addr_lla(const void *a)
-{
-    return (octets(a)[0] & 0xfe) == 0xfe && (octets(a)[1] & 0x80) != 0;
-}
+int inet_is_addr_lla(const void *a) { return (octets(a)[0] & 0xfe) == 0xfe && (octets(a)[1] & 0x80) != 0; }
 
-int inet_addr_mc_scope(const void *a)
-{
-    return octets(a)[1] & 0x0f;
-}
+int inet_addr_mc_scope(const void *a) { return octets(a)[1] & 0x0f; }

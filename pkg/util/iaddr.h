@@ -13,8 +13,9 @@
  * (uint32_t) has its first octet on top, and every port is a plain number; nothing outside this family
  * converts.
  *
- * Pointers: a NULL `const iaddr *` counts as a value that holds no address (family 0, bytes 0), NULL address bytes
- * (`const void *`, which need no alignment) count as zeros, a NULL text is refused, a NULL output is not written.
+ * Pointers: a NULL `const iaddr *` counts as a value that holds no address (family 0, bytes 0), NULL address
+ * bytes (`const void *`, which need no alignment) count as zeros, a NULL text is refused, a NULL output is
+ * not written.
  *
  * The text results are static buffers: one shared by ip_addr2str and iaddr2str, one of subnet2str, one of
  * inet_ntoa_t. Each is valid until the next call of its functions. Nothing here allocates, and no call ends
@@ -208,8 +209,7 @@ KUTIL_API int iaddr_mask2prefix_len(iaddr mask);
 KUTIL_API ip_addr *ip_addr_mask_and(uint16_t family, ip_addr *out, const void *a, const void *b);
 
 /* iaddr_mask_and and iaddr_mask_or return a AND b, a OR b, of a's family. Of two different families they
- * report
- * "%s:%d: Cannot mask to different address families" with function and line at err and return a. */
+ * report "%s:%d: Cannot mask to different address families" with function and line at err and return a. */
 KUTIL_API iaddr iaddr_mask_and(iaddr a, iaddr b);
 KUTIL_API iaddr iaddr_mask_or(iaddr a, iaddr b);
 
@@ -246,8 +246,8 @@ KUTIL_API int iaddr_is_loopback(const iaddr *a);
 /* iaddr_is_valid tells whether `a` is not NULL and holds an address. */
 KUTIL_API int iaddr_is_valid(const iaddr *a);
 
-/* iaddr_is_ipv4_mapped tells whether the 16 bytes are those of ::ffff:a.b.c.d, whatever the family.
- * Source: RFC 4291, 2.5.5.2. */
+/* iaddr_is_ipv4_mapped tells whether the 16 bytes are those of ::ffff:a.b.c.d, whatever the family. Source:
+ * RFC 4291, 2.5.5.2. */
 KUTIL_API int iaddr_is_ipv4_mapped(const iaddr *a);
 
 /* iaddr_get_type returns the class of the address, the first that fits of: IPv4, other family, global,
@@ -262,8 +262,8 @@ KUTIL_API int iaddr_is_in_subnet(const iaddr *a, const subnet *s);
  * nothing. */
 KUTIL_API void iaddr_dec(iaddr *a);
 
-/* These look at the first bytes of an IPv6 address: unique-local fc00::/7 (RFC 4193), global unicast 2000::/3
- * (RFC 4291), multicast ff00::/8. */
+/* inet_is_addr_ula, inet_is_addr_global and inet_is_addr_mc tell whether an IPv6 address is unique-local
+ * (fc00::/7, RFC 4193), global unicast (2000::/3, RFC 4291), multicast (ff00::/8). */
 KUTIL_API int inet_is_addr_ula(const void *a);
 KUTIL_API int inet_is_addr_global(const void *a);
 KUTIL_API int inet_is_addr_mc(const void *a);

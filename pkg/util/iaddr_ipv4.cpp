@@ -75,10 +75,7 @@ bool parse_quad(const char *text, Trailing trailing, uint32_t *out)
 
 // ---- Text ----
 
-int zel_inet_atonz(const char *text, uint32_t *out)
-{
-    return parse_quad(text, Trailing::kNone, out);
-}
+int zel_inet_atonz(const char *text, uint32_t *out) { return parse_quad(text, Trailing::kNone, out); }
 
 int zel_inet_aton(const char *text, uint32_t *out)
 {
@@ -87,10 +84,7 @@ int zel_inet_aton(const char *text, uint32_t *out)
     return parse_quad(text, Trailing::kOneBlank, out);
 }
 
-int is_ip_format(const char *text)
-{
-    return parse_quad(text, Trailing::kNone, nullptr);
-}
+int is_ip_format(const char *text) { return parse_quad(text, Trailing::kNone, nullptr); }
 
 int zel_is_valid_netmask(const char *text)
 {
@@ -99,10 +93,7 @@ int zel_is_valid_netmask(const char *text)
 }
 
 // Another spelling of the same mask, such as with leading zeros, is none.
-int zel_is_valid_host_netmask(const char *text)
-{
-    return view(text) == "255.255.255.255";
-}
+int zel_is_valid_host_netmask(const char *text) { return view(text) == "255.255.255.255"; }
 
 int zel_is_valid_net_netmask(const char *text)
 {
@@ -111,10 +102,7 @@ int zel_is_valid_net_netmask(const char *text)
 
 // ---- Masks ----
 
-int netmask_to_bitcount(uint32_t mask)
-{
-    return std::countl_one(mask);
-}
+int netmask_to_bitcount(uint32_t mask) { return std::countl_one(mask); }
 
 uint32_t bitcount_to_netmask(int n)
 {
@@ -124,10 +112,7 @@ uint32_t bitcount_to_netmask(int n)
 }
 
 // The zeros below the ones of a good mask, plus 1, are a power of two or 0.
-int is_netmask_valid(uint32_t mask)
-{
-    return (~mask & (~mask + 1)) == 0;
-}
+int is_netmask_valid(uint32_t mask) { return (~mask & (~mask + 1)) == 0; }
 
 uint32_t ip_class_netmask(uint32_t ip)
 {
@@ -146,16 +131,10 @@ int subnet_compare(uint32_t ip_a, uint32_t mask_a, uint32_t ip_b, uint32_t mask_
     return mask_b < mask_a ? 2 : 1;
 }
 
-int is_ip_in_range(uint32_t ip, uint32_t lo, uint32_t hi)
-{
-    return lo <= ip && ip <= hi;
-}
+int is_ip_in_range(uint32_t ip, uint32_t lo, uint32_t hi) { return lo <= ip && ip <= hi; }
 
 // Deliberate: the mask 0 matches nothing.
-int is_ip_in_subnet(uint32_t ip, uint32_t mask, uint32_t net)
-{
-    return mask != 0 && (ip & mask) == net;
-}
+int is_ip_in_subnet(uint32_t ip, uint32_t mask, uint32_t net) { return mask != 0 && (ip & mask) == net; }
 
 int ip_netmask_verify(uint32_t ip, uint32_t mask)
 {
@@ -168,30 +147,15 @@ int ip_netmask_verify(uint32_t ip, uint32_t mask)
     return (ip & mask) == mask ? 4 : 0;
 }
 
-int is_ip_subnet(uint32_t ip, uint32_t mask)
-{
-    return ip_netmask_verify(ip, mask) == 1;
-}
+int is_ip_subnet(uint32_t ip, uint32_t mask) { return ip_netmask_verify(ip, mask) == 1; }
 
-int is_ip_broadcast(uint32_t ip, uint32_t mask)
-{
-    return ip_netmask_verify(ip, mask) == 2;
-}
+int is_ip_broadcast(uint32_t ip, uint32_t mask) { return ip_netmask_verify(ip, mask) == 2; }
 
-int is_loopback_ip(uint32_t ip)
-{
-    return kLoopbackNet.contains(ip);
-}
+int is_loopback_ip(uint32_t ip) { return kLoopbackNet.contains(ip); }
 
-int inet_is_ip_private_rfc1918(uint32_t ip)
-{
-    return any_contains(kRfc1918, ip);
-}
+int inet_is_ip_private_rfc1918(uint32_t ip) { return any_contains(kRfc1918, ip); }
 
-int is_non_routable_lan_device_ip(uint32_t ip)
-{
-    return inet_is_ip_private_rfc1918(ip);
-}
+int is_non_routable_lan_device_ip(uint32_t ip) { return inet_is_ip_private_rfc1918(ip); }
 
 // ---- Process-wide settings ----
 
@@ -218,10 +182,7 @@ int inet_is_ip_private(uint32_t ip)
     return 0;
 }
 
-void set_matching_src_ip_cb(matching_src_ip_cb cb)
-{
-    state.matching_src_ip = cb;
-}
+void set_matching_src_ip_cb(matching_src_ip_cb cb) { state.matching_src_ip = cb; }
 
 uint32_t get_matching_src_ip(uint32_t dst, const char *ifname, uint32_t mark)
 {

@@ -23,14 +23,8 @@ constexpr iaddr kFull6 = {kFullBytes, AF_INET6};
 
 using Operation = uint8_t (*)(uint8_t, uint8_t);
 
-uint8_t and_bytes(uint8_t a, uint8_t b)
-{
-    return a & b;
-}
-uint8_t or_bytes(uint8_t a, uint8_t b)
-{
-    return a | b;
-}
+uint8_t and_bytes(uint8_t a, uint8_t b) { return a & b; }
+uint8_t or_bytes(uint8_t a, uint8_t b) { return a | b; }
 
 // Byte by byte, so that the operands need no alignment and the result may be one of them.
 void combine(uint16_t family, uint8_t *out, const uint8_t *a, const uint8_t *b, Operation operation)
@@ -53,15 +47,9 @@ constexpr uint32_t word_bits(unsigned first, unsigned last)
 
 } // namespace
 
-const ip_addr *ip_addr_mask_full()
-{
-    return &kFullBytes;
-}
+const ip_addr *ip_addr_mask_full() { return &kFullBytes; }
 
-const iaddr *iaddr_mask_full(uint16_t family)
-{
-    return family == AF_INET6 ? &kFull6 : &kFull4;
-}
+const iaddr *iaddr_mask_full(uint16_t family) { return family == AF_INET6 ? &kFull6 : &kFull4; }
 
 ip_addr *ip_addr_prefix_len2mask(ip_addr *out, int len)
 {
@@ -92,10 +80,7 @@ int ip_addr_mask2prefix_len(uint16_t family, const void *mask)
     return partial == end ? full_bits : full_bits + std::countl_one(*partial);
 }
 
-int iaddr_mask2prefix_len(iaddr mask)
-{
-    return ip_addr_mask2prefix_len(mask.family, &mask.addr);
-}
+int iaddr_mask2prefix_len(iaddr mask) { return ip_addr_mask2prefix_len(mask.family, &mask.addr); }
 
 ip_addr *ip_addr_mask_and(uint16_t family, ip_addr *out, const void *a, const void *b)
 {

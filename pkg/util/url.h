@@ -37,8 +37,7 @@ typedef struct parsed_url {
 /* parse_url splits `url` into *out, which is overwritten, not freed, and returns 0. On refusal *out is clear,
  * the reason is reported at err, and -1 is returned: another scheme ("Not a HTTP, HTTPS, FTP or TFTP url:
  * %s"), an FTP or TFTP URL without "/" behind the host ("The URL path must not be empty for FTP/TFTP"), an
- * open bracket that is never closed
- * ("Host IPv6 address needs to be inside [ ]").
+ * open bracket that is never closed ("Host IPv6 address needs to be inside [ ]").
  *
  * It splits and does not judge: the texts are as they stand, escapes included; a host may be empty; a port is
  * read as strtol does, so it may be 0 for a text that is no number, negative, or above 65535, and saturates
@@ -55,8 +54,8 @@ KUTIL_API int url_has_transport(const char *text);
 
 /* split_host_port splits "host:port", "[host]:port" or either without the port in place: *host and *port
  * point into `text`, *port is NULL when there is none. The first ":" separates, so an IPv6 address needs its
- * brackets; what follows
- * "]" without ":" is ignored. Returns 0; -1, with both NULL, when "]" is missing or `text` is NULL. */
+ * brackets; what follows "]" without ":" is ignored. Returns 0; -1, with both NULL, when "]" is missing or
+ * `text` is NULL. */
 KUTIL_API int split_host_port(char *text, char **host, char **port);
 
 /* is_valid_domain_name tells whether the text is a domain name: 1 to 255 characters, labels joined by single

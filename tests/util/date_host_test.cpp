@@ -37,7 +37,8 @@ epoch = datetime(1970, 1, 1)
 times = list(range(1, 3155760000, 157907))
 for year in range(1970, 2070):
     start = int((datetime(year, 1, 1) - epoch).total_seconds())
-    times += [t for t in (start - 1, start, start + 59 * 86400 - 1, start + 59 * 86400, start + 60 * 86400) if t > 0]
+    march = start + 59 * 86400
+    times += [t for t in (start - 1, start, march - 1, march, march + 86400) if t > 0]
 for t in times:
     d = epoch + timedelta(seconds=t)
     print(t, d.isoformat(sep="_"), d.strftime("%d-%b-%Y_%H:%M:%S %a,_%d_%b_%Y_%H:%M:%S_GMT %j %w"))
