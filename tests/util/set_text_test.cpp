@@ -20,11 +20,6 @@ string dos(const string &text)
     return result;
 }
 
-struct Row {
-    const char *tree;
-    const char *text;
-};
-
 TEST(SetText, LayoutOfTheWrittenText)
 {
     static const struct {
@@ -33,20 +28,20 @@ TEST(SetText, LayoutOfTheWrittenText)
         const char *text;
     } rows[] = {
         {"a", 1, "(a)\n"},
-        {"conf(a(1) b(c(2)))", 1, "(conf\n  (a(1))\n  (b\n    (c(2))\n  )\n)\n"},
         {"k(v)", 1, "(k(v))\n"},
         {"k(v w)", 1, "(k\n  (v)\n  (w)\n)\n"},
+        {"k:2", 1, "(null)"},
+        {"conf(a(1) b(c(2)))", 1, "(conf\n  (a(1))\n  (b\n    (c(2))\n  )\n)\n"},
+        {"", 1, "(null)"},
         {"k(a(b(c)))", 1, "(k\n  (a\n    (b(c))\n  )\n)\n"},
-        {"k(())", 1, "(k\n  (())\n)\n"}, // an empty text that holds an empty text
         {"x(y z&)", 1, "(x\n  (y)\n  (z&26;)\n)\n"},
-        {"r s", 1, "(r)\n"}, // the node of the handle, not its brothers
+        {"r s", 1, "(r)\n"},
+        {"k(())", 1, "(k\n  (())\n)\n"},
         {"k:3(v:2)", 1, "(k)\n"},
         {"k:3(v:2(w:2))", 1, "(k)\n"},
-        {"k:3(v:2 w:1)", 1, "(k\n  (w)\n)\n"}, // two sons stand on lines, however many are seen
+        {"k:3(v:2 w:1)", 1, "(k\n  (w)\n)\n"},
         {"k:3(v:2 w:2)", 1, "(k\n)\n"},
         {"k:3(v:2 w:1)", 2, "(k\n  (v)\n)\n"},
-        {"k:2", 1, "(null)"},
-        {"", 1, "(null)"},
     };
     for (const auto &row : rows) {
         const Masks masks(row.mask, 1);
@@ -118,39 +113,29 @@ TEST(SetText, EscapesAreReadAsStrtoulReadsTwoCharacters)
 
 TEST(SetText, ReadingTakesWhatCanBeNodesAndIgnoresTheRest)
 {
-    static const Row rows[] = {
-        {"conf(a(1) b(c(2)))", "(conf\n  (a(1))\n  (b\n    (c(2))\n  )\n)\n"},
-        {"a(b(1))", "(a\r\n  (b(1))\r\n)\r\n"},
-        {"a(b c)", "(a\r\r\n \t(b)\v\f(c) ) "},
-        {"a b", "(a)(b)"},
-        {"a b", "(a)\n\n  (b)\n"},
-        {"a(b c)", "(a(b)(c))"},
-        {"a(1)", "(a(1)x)"}, // the rest is ignored, and the lists around it end
-        {"a(b(1))", "(a(b(1)x(c))(d))"},
-        {"a", "(a)x(b)"},
-        {"a b", "(a)(b)x(c)"},
-        {"", "(a"},
-        {"", "(a))"},
-        {"", "(a(b)"},
-        {"", " (a)"},
-        {"", "\n(a)"},
-        {"", "a"},
-        {"", ""},
-        {"", ")("},
-        {"", "x(a)"},
-        {"", "(a&)"},
-        {"", "(a(b&4))"},
-        {"", "(a)(b(&-1;))"},
-        {" b", "(\n  (b)\n)\n"}, // the line end behind an empty text ends its list of sons
-        {"a( b)", "(a\n  (\n    (b)\n  )\n)\n"},
-        {"(a b)", "((a)(b))"},
-        {"a()", "(a())"},
-        {"A&", "(&41;&26;)"},
+    static const struct {
+        const char *tree;
+        std::vector<const char *> texts;
+    } rows[] = {
+        {"",
+         {"(a", "(a))", "(a(b)", ")(", "", "a", " (a)", "\n(a)", "x(a)", "(a&)", "(a(b&4))", "(a)(b(&-1;))"}},
+        {"conf(a(1) b(c(2)))", {"(conf\n  (a(1))\n  (b\n    (c(2))\n  )\n)\n"}},
+        {"a(b c)", {"(a(b)(c))", "(a\r\r\n \t(b)\v\f(c) ) "}},
+        {"a b", {"(a)(b)", "(a)\n\n  (b)\n", "(a)(b)x(c)"}}, // what can be no node ends all lists
+        {"a(b(1))", {"(a\r\n  (b(1))\r\n)\r\n", "(a(b(1)x))", "(a(b(1)x(c))(d))"}},
+        {"a", {"(a)x(b)"}},
+        {"a()", {"(a())"}},
+        {"A&", {"(&41;&26;)"}},
+        {"(a b)", {"((a)(b))"}},
+        {" b", {"(\n  (b)\n)\n"}}, // a line end right behind "(" ends the list of sons
+        {"a( b)", {"(a\n  (\n    (b)\n  )\n)\n"}},
     };
-    for (const Row &row : rows) {
-        Tree read;
-        read.root = set_read(row.text);
-        EXPECT_EQ(read.show(), row.tree) << row.text;
+    for (const auto &row : rows) {
+        for (const char *text : row.texts) {
+            Tree read;
+            read.root = set_read(text);
+            EXPECT_EQ(read.show(), row.tree) << text;
+        }
     }
     // A blank belongs to the name.
     Tree blank;
@@ -205,49 +190,31 @@ size_t fault(const string &text)
 
 TEST(SetTextCheck, FaultsAreFoundWhereTheyStand)
 {
-    const struct {
-        string text;
+    static const struct {
         size_t fault;
+        std::vector<const char *> texts;
     } rows[] = {
-        {"(a)", kGood},
-        {"(a)\n \r\n", kGood},
-        {"(a\n  (b(1))\r\n  (c))", kGood},
-        {"(a (b))", kGood},
-        {"(a(\xc3\xa4\t'))", kGood},
-        {"(a())", kGood},
-        {"(a\n  (())\n  ((1)) (b))", kGood},
-        {"(&c3;&A4;)", kGood},
-        {"", 0},
-        {" (a)", 0},
-        {")", 0},
-        {"(a", 2},
-        {"(a\n", 3},
-        {"(a(b)", 5},
-        {"(a))", 3},
-        {"(a)(b)", 3},
-        {"(a)\n(b)", 4},
-        {"(a)x", 3},
-        {"(a(1)x)", 5},
-        {"(a\n  x)", 5},
-        {string("(a\0)", 4), 2},
-        {string("(a)\0", 4), 3},
-        {"(a&)", 2},
-        {"(a&4z;)", 2},
-        {"(a& 4;)", 2},
-        {"(a&-0;)", 2},
-        {"(a&41 )", 2},
-        {"(a&41", 2},
-        {"(a&00;)", 2},
-        {"(a&41;&0;)", 6},
-        {"(\n  (b)\n)\n", 1},
-        {"((a)(b))", 4}, // would be written as the one above
-        {"(x((a(1))))", 5},
+        {kGood, {"(a)", "(a)\n \r\n", "(a\n  (b(1))\r\n  (c))", "(a (b))", "(a(\xc3\xa4\t'))", "(a())"}},
+        {kGood, {"(a\n  (())\n  ((1)) (b))", "(&c3;&A4;)"}},
+        {0, {"", " (a)", ")"}},
+        {2, {"(a", "(a&)", "(a&4z;)", "(a& 4;)", "(a&-0;)", "(a&41 )", "(a&41", "(a&00;)"}},
+        {3, {"(a\n", "(a))", "(a)(b)", "(a)x"}},
+        {4, {"(a)\n(b)"}},
+        {5, {"(a(b)", "(a(1)x)", "(a\n  x)"}},
+        {6, {"(a&41;&0;)"}},
+        {1, {"(\n  (b)\n)\n"}},
+        {4, {"((a)(b))"}}, // it and the next would be written as the one above
+        {5, {"(x((a(1))))"}},
     };
     for (const auto &row : rows) {
-        EXPECT_EQ(fault(row.text), row.fault) << row.text;
-        if (row.fault == kGood)
-            expect_kept(row.text);
+        for (const char *text : row.texts) {
+            EXPECT_EQ(fault(text), row.fault) << text;
+            if (row.fault == kGood)
+                expect_kept(text);
+        }
     }
+    EXPECT_EQ(fault(string("(a\0)", 4)), 2U);
+    EXPECT_EQ(fault(string("(a)\0", 4)), 3U);
     EXPECT_EQ(set_read_check("(a)", 2, nullptr), -1);
     EXPECT_EQ(set_read_check(nullptr, 0, nullptr), -1);
     for (const size_t levels : {256U, 257U}) {
