@@ -1,10 +1,6 @@
 #include "util/timer_heap.h"
 
-#include "util/internal/timer_heap.h"
-
-#include <algorithm>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -14,7 +10,6 @@ namespace
 struct Record {
     double expiry;
     char name;
-    int slot = -1;
 };
 
 class Heap
@@ -151,47 +146,4 @@ TEST(TimerHeap, EmptyFreedAndMissingHeapsTakeEverything)
     EXPECT_EQ(timer_heap_get_head(nullptr), nullptr);
     EXPECT_EQ(timer_heap_remove_at(nullptr, 3), nullptr);
     EXPECT_EQ(timer_heap_find(nullptr, has_name, nullptr, nullptr), -1);
-}
-
-// Any sequence of changes keeps every parent at or before its children, and every move is told.
-TEST(TimerHeap, AnySequenceKeepsTheOrderAndTheSlots)
-{
-    std::mt19937 random(4);
-    std::vector<Record> all(700);
-    std::vector<Record *> in;
-    std::vector<Record *> out;
-    for (Record &record : all)
-        out.push_back(&record);
-    Heap heap;
-    const auto moved = [](void *record, int slot) { static_cast<Record *>(record)->slot = slot; };
-    for (int step = 0; step < 20000; step++) {
-        const unsigned what = random() % (step < 10000 ? 5 : 7);
-        if (what < 3 && !out.empty()) {
-            Record *record = out.back();
-            out.pop_back();
-            record->expiry = random() % 50;
-            kutil::heap_add(&heap.heap, record, moved);
-            in.push_back(record);
-        } else if (!in.empty()) {
-            const size_t index = random() % in.size();
-            Record *record = in[index];
-            if (what == 3) {
-                record->expiry = random() % 50;
-                kutil::heap_adjust(&heap.heap, record->slot, moved);
-            } else {
-                ASSERT_EQ(kutil::heap_remove_at(&heap.heap, record->slot, moved), record);
-                std::swap(in[index], in.back());
-                in.pop_back();
-                out.push_back(record);
-            }
-        }
-        ASSERT_EQ(heap.heap.desc.used, static_cast<int>(in.size()) + TIMER_HEAP_ROOT);
-        for (int slot = 3; step % 50 == 0 && slot < heap.heap.desc.used; slot++) {
-            const auto *record = static_cast<Record *>(heap.heap.elems[slot]);
-            ASSERT_EQ(record->slot, slot);
-            ASSERT_LE(static_cast<Record *>(heap.heap.elems[slot == 3 ? 3 : (slot - 4) / 4 + 3])->expiry,
-                      record->expiry);
-        }
-    }
-    EXPECT_GT(in.size(), 10U);
 }
