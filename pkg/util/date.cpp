@@ -226,7 +226,7 @@ bool month_of(const Fields &fields, int &month)
     return found != std::end(kMonths);
 }
 
-// Years are those of 1970 to 2069, with two digits or four.
+// Years are those of 1900 to 2069 with four digits, of 1970 to 2069 with two.
 bool year_of(const Fields &fields, int &year)
 {
     year = fields.year;

@@ -5,7 +5,7 @@
  *
  * The text forms: SQL ("2026-11-15 12:30:00"), display ("15-Nov-26 12:30", years before 1970 with four
  * digits), XML ("2026-11-15T12:30:00Z") and HTTP ("Sun, 15 Nov 2026 12:30:00 GMT"). A time of exactly
- * midnight is left out of the SQL and display forms. Years run from 1970 to 2069 where they are read; two
+ * midnight is left out of the SQL and display forms. Years run from 1900 to 2069 where they are read; two
  * digits 00 to 69 mean 2000 to 2069. Month and day names are English, whatever the locale.
  *
  * An empty date is a struct tm that is NULL, or all zero but for a year of 0 or 100 and a month of 0 or -1.
@@ -54,8 +54,8 @@ typedef enum date_unit {
  * blanks before a number are skipped, a sign is taken and counts as one of its characters, a blank in the
  * format stands for any white space, and reading stops at the first thing that does not fit. Three
  * conversions are enough, so a date without its time has the time 0. NULL comes back for fewer than three,
- * for an unknown month name and for a year outside 1970..2069 (as 0 to 69, 70 to 1899, which is 1900 more, or
- * 1900 up). Without %b and %m the month is -1. An empty date leaves *out clear and returns text. Nothing is
+ * for an unknown month name and for a year outside 1900..2069 (0 to 69 are 2000 to 2069, 70 to 169 are 1970
+ * to 2069). Without %b and %m the month is -1. An empty date leaves *out clear and returns text. Nothing is
  * checked beyond that: 31-Feb is what mktime makes of it. NULL text or format: NULL. */
 KUTIL_API const char *str_ptime(const char *text, const char *format, struct tm *out);
 

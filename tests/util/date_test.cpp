@@ -62,12 +62,8 @@ TEST(DateRead, PtimeReadsAsSscanf)
         {sql, "2026-11-15 12:30:05 and more", "126-10-15 12:30:5"},
         {sql, "  2026- 1-\t5\n 7: 8: 9", "126-0-5 7:8:9"},
         {sql, "2026-11-1512:30", "126-10-15 12:30:0"},
-        {sql, "20261-11-15", "refused"}, // four characters of a year, then no "-"
-        {sql, "2026-11", "refused"},
-        {sql, "15/11/2026", "refused"},
         {sql, "2026--1-05 10:00:00", "126--2-5 10:0:0"}, // the sign counts as a character
         {sql, "+026-+1-+5", "126-0-5 0:0:0"},
-        {sql, "2026-11--", "refused"},
         {sql, "15-11-2026", "115-10-20 26:0:0"},
         {sql, "2026-13-45 99:99:99", "126-12-45 99:99:99"}, // nothing is checked
         {sql, "05-01-02", "105-0-2 0:0:0"},
@@ -75,26 +71,23 @@ TEST(DateRead, PtimeReadsAsSscanf)
         {sql, "70-01-02", "70-0-2 0:0:0"},
         {sql, "99-01-02", "99-0-2 0:0:0"},
         {sql, "169-01-02", "169-0-2 0:0:0"},
-        {sql, "170-01-02", "refused"},
-        {sql, "1899-01-02", "refused"},
         {sql, "1900-01-02", "0-0-2 0:0:0"},
         {sql, "2069-12-31", "169-11-31 0:0:0"},
-        {sql, "2070-01-01", "refused"},
-        {sql, "-1-01-01", "refused"},
         {sql, "0000-00-00 00:00:00", "0-0-0 0:0:0"}, // empty
         {sql, "1900-01-00", "0-0-0 0:0:0"},
-        {sql, "", "refused"},
         {display, "15-nOV-2026 1:2:3", "126-10-15 1:2:3"},
         {display, "15-Nov-26", "126-10-15 0:0:0"},
-        {display, "15-Nove-2026", "refused"},
-        {display, "15-Nox-2026", "refused"},
-        {display, "15-No -2026", "refused"},
         {"%H:%M:%S", "10:11:12", "100--1-0 10:11:12"}, // neither year nor month
         {"%y%m%d", "261115", "126-10-15 0:0:0"},
         {"%d.%m.%Y", "15.11.2026", "126-10-15 0:0:0"},
         {"", "2026-11-15", "refused"}};
     for (const auto &row : rows)
         EXPECT_EQ(read_by(row[0], row[1]), row[2]) << row[0] << " of " << row[1];
+    for (const char *text : {"20261-11-15", "2026-11", "15/11/2026", "2026-11--", "170-01-02", "1899-01-02",
+                             "2070-01-01", "-1-01-01", ""})
+        EXPECT_EQ(read_by(sql, text), "refused") << text;
+    for (const char *text : {"15-Nove-2026", "15-Nox-2026", "15-No -2026"})
+        EXPECT_EQ(read_by(display, text), "refused") << text;
     EXPECT_EQ(read_by(sql, nullptr), "refused");
     EXPECT_EQ(read_by(nullptr, "2026-11-15"), "refused");
     EXPECT_STREQ(str_ptime("26-1-2", sql, nullptr), "26-1-2");
@@ -204,9 +197,7 @@ TEST(DatePrint, TimesAndTheirLimits)
     const std::string fits(255, 'x');
     EXPECT_EQ(date_itoa_fmt(kNov15, fits.c_str(), 0), fits);
     EXPECT_STREQ(date_itoa_fmt(kNov15, (fits + "x").c_str(), 0), "");
-    timeval tv = {};
-    tv.tv_sec = kNov15;
-    tv.tv_usec = 42;
+    timeval tv = {.tv_sec = kNov15, .tv_usec = 42};
     EXPECT_STREQ(date_us_itoa_fmt(&tv, "%H:%M:%S", 0), "00:00:00.000042");
     EXPECT_STREQ(date_us_itoa_fmt(&tv, "", 0), ".000042");
     EXPECT_STREQ(date_us_itoa_fmt(nullptr, "%H", 0), "");
@@ -385,9 +376,7 @@ TEST(DateCalendar, SmallHelpers)
         EXPECT_EQ(tv.tv_sec, row.seconds) << row.ms;
         EXPECT_EQ(tv.tv_usec, row.microseconds) << row.ms;
     }
-    timeval tv = {};
-    tv.tv_sec = 3;
-    tv.tv_usec = 500000;
+    const timeval tv = {.tv_sec = 3, .tv_usec = 500000};
     EXPECT_EQ(date_microseconds(&tv), 3.5);
     EXPECT_EQ(date_microseconds(nullptr), 0);
     EXPECT_EQ(time_diff(10, 250000, 12, 500000), -2.25F);
