@@ -1,5 +1,5 @@
-/* Tests only. The unwinder of the cross compiler looks functions up through a call of another C library; here the same
- * answer comes from the list of loaded objects. */
+/* Tests only. The unwinder of the cross compiler looks functions up through a call of another C library; here
+ * the same answer comes from the list of loaded objects. */
 #define _GNU_SOURCE
 #include <link.h>
 #include <stdint.h>

@@ -41,10 +41,7 @@ uint32_t sys_get_ticks_from_boot(void)
     return ticks - base.ticks;
 }
 
-int sys_get_clock_rate(void)
-{
-    return static_cast<int>(sysconf(_SC_CLK_TCK));
-}
+int sys_get_clock_rate(void) { return static_cast<int>(sysconf(_SC_CLK_TCK)); }
 
 struct timeval *sys_get_time(struct timeval *tv)
 {
@@ -53,10 +50,7 @@ struct timeval *sys_get_time(struct timeval *tv)
     return tv;
 }
 
-struct timeval *utc_time_get(struct timeval *tv)
-{
-    return sys_get_time(tv);
-}
+struct timeval *utc_time_get(struct timeval *tv) { return sys_get_time(tv); }
 
 int32_t utc_time(int32_t *seconds)
 {

@@ -336,6 +336,8 @@ Row *find_code(Row *table, int code)
 
 const char *kutil::process_name() { return reporter.name; }
 
+void kutil::end_fatal_reports_at_once() { reporter.ending = true; }
+
 int zel_verror_full(int entity, uint32_t flags, const char *format, va_list ap)
 {
     return report(entity, flags, nullptr, format, ap);

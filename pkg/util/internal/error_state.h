@@ -24,6 +24,10 @@ const char *process_name();
 // True while zel_openlog_full is at work: a report that arises there cannot go to the log.
 extern bool opening_log;
 
+// From here on a fatal report of this process ends it by _exit(1), without hooks and exit handlers. For
+// children that share both with their parent.
+void end_fatal_reports_at_once();
+
 } // namespace kutil
 
 #endif
