@@ -10,7 +10,8 @@
 
 int main(void)
 {
-    char *arguments[] = {"printf", "%s\n", "a b; $HOME", NULL};
+    char program[] = "printf", format[] = "%s\\n", text[] = "a b; $HOME";
+    char *arguments[] = {program, format, text, NULL};
     char **lines, *line;
     int status, i;
 
