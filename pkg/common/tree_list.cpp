@@ -145,7 +145,7 @@ void TreeLineWriter::set_mark(View mark) { put(line_.c_str(), mark); }
 
 void TreeLineWriter::add_name(const char *name)
 {
-    if (!path_is_empty())
+    if (!path_is_empty() || !*name) // no name leaves the path empty: that is the root's
         line_.append('/');
     for (const char *c = name; *c; c++) {
         if (is_path_special(*c))

@@ -173,11 +173,13 @@ void swap_contents(const SwapPair &pair, uint32_t mask)
     free_chain(kept);
 }
 
-// The nodes may have got layers that their parents lack.
-void repair_parents(const SwapPair &pair)
+// A node may have got sons or layers that it or its ancestors are not in: without this they could not be
+// reached.
+void repair_layers(set *node)
 {
-    add_layers_upward(pair.a->parent, pair.a->layers);
-    add_layers_upward(pair.b->parent, pair.b->layers);
+    for (const set *son = node->sons; son; son = son->next)
+        node->layers |= son->layers;
+    add_layers_upward(node->parent, node->layers);
 }
 
 // Whether the place is in the node or in one below it.
@@ -309,7 +311,8 @@ void set_swap(set **h, const char *path1, const char *path2)
     std::swap(pair.a->value, pair.b->value);
     pair.a->layers = other_layers;
     pair.b->layers = layers;
-    repair_parents(pair);
+    repair_layers(pair.a);
+    repair_layers(pair.b);
     mark_changed(pair.a);
     mark_changed(pair.b);
 }
@@ -320,7 +323,8 @@ void set_swap_mask(set **h, uint32_t mask, const char *path1, const char *path2)
     if (!pair.a)
         return;
     swap_contents(pair, mask);
-    repair_parents(pair);
+    repair_layers(pair.a);
+    repair_layers(pair.b);
 }
 
 set *set_switch_sets(set **a, set **b)

@@ -100,6 +100,8 @@ TEST(TreeList, SaysWhenTheLinesDoNotReadBack)
         {"r(a:2 b a)", "b/\na/\n", true},
         {"r(a(x) b(x))", "a=x\nb=x\n", true},
         {"r(a((1) b))", "a/=1\na/b/\n", false},
+        {"r( b)", "//\nb/\n", false},
+        {"r((1) b)", "/=1\nb/\n", false},
     };
     for (const auto &row : rows) {
         Tree tree(row.tree);
@@ -218,6 +220,7 @@ TEST(TreeDiff, SaysWhatWasAddedRemovedAndChanged)
         {"r(a(1))", "", "- a=1\n"},
         {"", "r", ""},
         {"r:2(a:2)", "r(b)", "+ b/\n"},
+        {"r", "r()", "+ //\n"},
         // Escapes.
         {"r(p/q(1) k)", "r(p/q(&) k)", "~ p\\/q=&26;\n"},
         // Repeated names: equal ones belong together, the others are paired in order.

@@ -358,6 +358,9 @@ TEST(SetSwap, NodesOrTheirContentsChangePlaces)
         {"r(a(x) b(y))", [](Tree &t) { return set_swap_mask(&t, 1, "a", "b"), 0; }, "r*(a*(y*) b*(x*))"},
         {"r:3(a:3(x:1 u:2) b:3(y:1 v:2))", [](Tree &t) { return set_swap_mask(&t, 1, "a", "b"), 0; },
          "r:3*(a:3*(u:2 y*) b:3*(v:2 x*))"},
+        // Contents in a layer that the other node lacks stay in reach.
+        {"r:3(a(x) b:3(y:2))", [](Tree &t) { return set_swap_mask(&t, 3, "a", "b"), 0; },
+         "r:3*(a:3*(y:2*) b:3*(x*))"},
         {"r(0(x) 1(y) 10(z))", [](Tree &t) { return set_index_swap(&t, 0, 10), 0; },
          "r*(0*(z*) 1(y) 10*(x*))"},
         {"r(0(x) 1:2(y:2))", [](Tree &t) { return set_index_swap(&t, 0, 1), 0; }, "r(0(x) 1:2(y:2))"},
