@@ -146,12 +146,12 @@ HeapText typed(View word)
     return printable ? HeapText(kutil::copy_text(word)) : shown(word);
 }
 
-size_t count_keys(set **node)
+KeyCount::KeyCount(set **node)
 {
     size_t count = 0;
     tree_list(
         node, [](void *context, const char *, size_t) { ++*static_cast<size_t *>(context); }, &count);
-    return count;
+    snprintf(text, sizeof(text), count == 1 ? "%zu key" : "%zu keys", count);
 }
 
 Exit check_no_keys_lost(Session &session, const char *path)
@@ -159,8 +159,8 @@ Exit check_no_keys_lost(Session &session, const char *path)
     set **key = set_get(session.tree(), path);
     if (session.force() || !key || set_get_nsons(key) == 0 || kutil::common::value_leaf(*key))
         return kDone;
-    return session.complain(kNo, "%s: holds %zu keys, which a value would replace (--force does)",
-                            shown(path).get(), count_keys(key));
+    return session.complain(kNo, "%s: holds %s, which a value would replace (--force does)",
+                            shown(path).get(), KeyCount(key).text);
 }
 
 Exit check_no_value_above(Session &session, const char *path)

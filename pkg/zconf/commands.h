@@ -61,8 +61,11 @@ HeapText typed(View word);
 // Whether the path has no name in it, so that it means the top node.
 bool is_top_path(const char *path);
 
-// The number of lines that list prints for the node.
-size_t count_keys(set **node);
+// How many lines list prints for the node, as "1 key" or "N keys".
+struct KeyCount {
+    explicit KeyCount(set **node);
+    char text[32];
+};
 
 // Complains and returns kNo when the key at `path` must not be given a value: it holds keys, which would be
 // lost.

@@ -51,8 +51,8 @@ Exit run_get(Session &session, const Args &args)
         return result;
     const set *leaf = kutil::common::value_leaf(*key);
     if (!leaf && set_get_nsons(key) > 0)
-        return session.complain(kNo, "%s: holds %zu keys and no value", typed(args.word(0)).get(),
-                                count_keys(key));
+        return session.complain(kNo, "%s: holds %s and no value", typed(args.word(0)).get(),
+                                KeyCount(key).text);
     if (!leaf)
         return session.complain(kNo, "%s: holds no value", typed(args.word(0)).get());
     print_line(session.out(), leaf->value, strlen(leaf->value));
@@ -102,8 +102,7 @@ Exit run_validate(Session &session, const Args &)
 {
     const bool unique = kutil::common::tree_list(
         session.tree(), [](void *, const char *, size_t) {}, nullptr);
-    const size_t keys = count_keys(session.tree());
-    fprintf(session.out(), "%s: valid, %zu keys\n", session.file_name(), keys);
+    fprintf(session.out(), "%s: valid, %s\n", session.file_name(), KeyCount(session.tree()).text);
     if (!unique)
         session.complain(kDone,
                          "%s: some names are empty or stand twice among their brothers: paths do not reach "

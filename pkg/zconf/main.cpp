@@ -62,12 +62,13 @@ Exit misuse(const char *what, const char *word = "")
     return kMisuse;
 }
 
-// The option that getopt_long refused: a letter of its own, or the word that it has just passed.
+// The option that getopt_long refused: the long one that it has just passed, or a letter.
 const char *bad_option(char **argv)
 {
     static char letter[] = "-?";
-    if (optopt == 0)
-        return argv[optind - 1];
+    const char *passed = argv[optind - 1];
+    if (optopt == 0 || (kutil::starts_with(passed, "--") && strchr(passed, '=')))
+        return passed;
     letter[1] = static_cast<char>(optopt);
     return letter;
 }

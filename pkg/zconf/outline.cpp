@@ -42,19 +42,14 @@ private:
             line_.append(" = ");
             kutil::common::append_printable(&line_, leaf->value);
         } else if (sons && depth_ >= 0 && levels_.size() >= static_cast<size_t>(depth_)) {
-            append_count(count_keys(&node));
+            line_.append(" (");
+            line_.append(KeyCount(&node).text);
+            line_.append(')');
         } else if (sons) {
             levels_.push(sons);
         }
         line_.append('\n');
         fwrite(line_.text().data(), 1, line_.size(), out_);
-    }
-
-    void append_count(size_t count)
-    {
-        char text[40];
-        snprintf(text, sizeof(text), count == 1 ? " (%zu key)" : " (%zu keys)", count);
-        line_.append(text);
     }
 
     FILE *out_;
