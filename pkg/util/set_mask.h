@@ -166,8 +166,8 @@ KUTIL_API void set_swap_mask(set **h, uint32_t mask, const char *path1, const ch
 KUTIL_API set *set_switch_sets(set **a, set **b);
 
 /* --- Index lists: sons named "0", "1", ... Names are read as atoi does (so other names are 0). An ordered
- * list stays ordered; nothing here sorts. A
- * change of many numbers takes time with the square of the list's length: lists are short. */
+ * list stays ordered; nothing here sorts. Changing many numbers takes time with the square of the list's
+ * length, since each is a renaming; lists are short. */
 
 /* set_index_add_mask adds a son to the index list at `h`, in the layer `mask`, and returns the handle of its
  * place. `index` 0 and up: this number; where it is taken, the sons from there up to the first gap move up by
