@@ -42,8 +42,7 @@ const Command *find_command(View name);
 // come from a script.
 Exit run_words(Session &session, const Command &command, char **words, const size_t *columns, int count);
 
-// Parses the options in words[1] and behind, and checks the number of the other words. `words` is reordered
-// by nothing: options stand before them.
+// Takes the options directly behind words[0], and checks how many other words there are.
 Exit parse_words(Session &session, const Command &command, char **words, const size_t *columns, int count,
                  Args *args);
 
