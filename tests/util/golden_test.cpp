@@ -1,0 +1,185 @@
+// Files in tests/golden are written on one machine and read on every other: a host of any byte order and word
+// size makes the same bytes from the same values, and reads the stored bytes back to them. With
+// KUTIL_GOLDEN_WRITE set the files are written instead.
+
+#include "util/kutil.h"
+
+#include "support.h"
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+namespace
+{
+
+std::string take(char *text)
+{
+    const std::string copy = text ? text : "(null)";
+    free(text);
+    return copy;
+}
+
+std::string golden_path(const std::string &name)
+{
+    return std::string(KUTIL_SOURCE_DIR) + "/tests/golden/" + name;
+}
+
+std::string read_golden(const std::string &name)
+{
+    std::ifstream file(golden_path(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// Every byte but NUL, in an order of its own.
+std::string all_bytes()
+{
+    std::string bytes;
+    for (unsigned i = 0; i < 255; i++)
+        bytes += static_cast<char>(1 + i * 7 % 255);
+    return bytes;
+}
+
+// A tree with a value of every kind.
+set *sample_tree()
+{
+    set *root = set_alloc("golden");
+    set **h = &root;
+    iaddr v6;
+    str2iaddr(&v6, "2001:db8::ff00:42:8329");
+    const uint8_t mac[6] = {0x00, 0x1B, 0x21, 0x3C, 0x9D, 0xF8};
+    set_set_path_int(h, "number/int", INT32_MIN);
+    set_set_path_u32(h, "number/u32", UINT32_MAX);
+    set_set_path_u64(h, "number/u64", UINT64_MAX - 1);
+    set_set_path_time(h, "number/time", -1);
+    set_set_path_hex(h, "number/hex", -2);
+    set_set_path_float(h, "number/float", 1.0 / 3);
+    set_set_path_enum(h, "number/enum", fw_level_t_str, 3);
+    set_set_path_ip(h, "address/ip", 0xC0A80101);
+    set_set_path_ip_ex(h, "address/ip6", &v6);
+    set_set_path_mac(h, "address/mac", mac);
+    set_set_path_bin(h, "bytes", 255, all_bytes().data());
+    set_set_path_str(h, "text/all", all_bytes().c_str());
+    set_set_path_str(h, "text/empty", "");
+    set_set_path_obscured(h, "secret/text", "a secret of more than sixteen characters");
+    set_set_path_bin_obscured(h, "secret/bytes", 255, all_bytes().data());
+    for (const char *name : {"", "a/b", "back\\slash", "(", " ", "\xC3\xA9"}) {
+        char *path = strdup("odd");
+        for (str_cat(&path, "/"); *name; name++)
+            str_catprintf(&path, "\\%c", *name);
+        set_set_path_str(h, path, "name");
+        str_free(&path);
+    }
+    return root;
+}
+
+std::string tree_text()
+{
+    set *root = sample_tree();
+    const std::string text = take(set_write_alloc(&root));
+    set_free(&root);
+    return text;
+}
+
+std::string tree_text_dos()
+{
+    set *root = sample_tree();
+    const std::string text = take(set_write_alloc_dos(&root));
+    set_free(&root);
+    return text;
+}
+
+std::string query_text()
+{
+    attrib *list = nullptr;
+    attrib_addset(&list, "all", all_bytes().c_str());
+    attrib_addset(&list, "", "empty name");
+    attrib_addset(&list, "empty value", "");
+    char *text = nullptr;
+    attrib_to_str_http(&text, &list);
+    attrib_free(&list);
+    return take(text) + "\n";
+}
+
+std::string escaped_text()
+{
+    char **(*const forms[])(char **) = {str_escape_javascript,    str_escape_xml, str_escape_html_text,
+                                        str_escape_html_textarea, str_escape_uri, str_escape_http,
+                                        str_escape_shell,         str_escape_csv, str_escape_c};
+    std::string text;
+    for (const auto form : forms) {
+        char *piece = strdup(all_bytes().c_str());
+        form(&piece);
+        text += take(piece) + "\n";
+    }
+    return text;
+}
+
+std::string date_text()
+{
+    std::string text;
+    for (const time_t t : {time_t{0}, time_t{1}, time_t{951782400}, time_t{2147483647}, time_t{4102444799}}) {
+        text += date_time2sql(t, 0) + std::string(" ") + arpa_date_get(t) + " " +
+                std::to_string(date_sql2time(date_time2sql(t, 0))) + "\n";
+    }
+    return text;
+}
+
+std::string secret_text()
+{
+    unsigned char *key = aes_password_to_key("pass word");
+    char hex[2 * CONF_KEY_SIZE + 1];
+    std::string text = std::string("key ") + bin_2_hex(key, CONF_KEY_SIZE, hex) + "\n";
+    free(key);
+    std::string stream = all_bytes();
+    md5_obscure_str(stream.data());
+    std::string digits(2 * stream.size() + 1, '\0');
+    text += std::string("stream ") + bin_2_hex(stream.data(), stream.size(), digits.data()) + "\n";
+    return text;
+}
+
+struct Golden {
+    const char *name;
+    std::string (*make)();
+};
+constexpr Golden kGolden[] = {
+    {"tree.conf", tree_text},      {"tree-dos.conf", tree_text_dos}, {"query.txt", query_text},
+    {"escapes.txt", escaped_text}, {"dates.txt", date_text},         {"secrets.txt", secret_text},
+};
+
+} // namespace
+
+TEST(Golden, SameBytesOnEveryMachine)
+{
+    for (const Golden &golden : kGolden) {
+        const std::string made = golden.make();
+        if (getenv("KUTIL_GOLDEN_WRITE"))
+            std::ofstream(golden_path(golden.name), std::ios::binary) << made;
+        EXPECT_EQ(made, read_golden(golden.name)) << golden.name;
+    }
+}
+
+TEST(Golden, StoredBytesReadBack)
+{
+    for (const char *name : {"tree.conf", "tree-dos.conf"}) {
+        const std::string stored = read_golden(name);
+        set *root = set_read(stored.c_str());
+        ASSERT_NE(root, nullptr) << name;
+        EXPECT_EQ(take(set_write_alloc(&root)), read_golden("tree.conf"));
+        EXPECT_EQ(take(set_get_path_unobscured(&root, "secret/text")),
+                  "a secret of more than sixteen characters");
+        std::string bytes(255, '\0');
+        EXPECT_EQ(set_get_path_bin_buf_unobscured(&root, "secret/bytes", bytes.data()), 255);
+        EXPECT_EQ(bytes, all_bytes());
+        EXPECT_EQ(set_get_path_strz(&root, "text/all"), all_bytes());
+        uint32_t ip = 0;
+        EXPECT_EQ(*set_get_path_ip(&ip, &root, "address/ip"), 0xC0A80101);
+        set_free(&root);
+    }
+    attrib *list = nullptr;
+    std::string query = read_golden("query.txt");
+    query.pop_back();
+    str_http_to_attrib(&list, query.c_str());
+    EXPECT_EQ(attrib_get(&list, "all"), all_bytes());
+    attrib_free(&list);
+}
