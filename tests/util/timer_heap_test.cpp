@@ -107,6 +107,17 @@ TEST(TimerHeap, AdjustAndRemoveFollowTheSlots)
     EXPECT_EQ(heap.layout(), "HBCAEFG");
 }
 
+TEST(TimerHeap, TheLeftmostOfEqualChildrenRises)
+{
+    std::vector<Record> all = records({1, 6, 5, 5, 5});
+    Heap heap;
+    for (Record &record : all)
+        timer_heap_add(&heap.heap, &record);
+    all[0].expiry = 9;
+    timer_heap_adjust(&heap.heap, TIMER_HEAP_ROOT);
+    EXPECT_EQ(heap.layout(), "CBADE");
+}
+
 TEST(TimerHeap, FindGoesBySlots)
 {
     std::vector<Record> all = records({3, 2, 1});
