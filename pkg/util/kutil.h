@@ -17,6 +17,7 @@
 #include "file.h"
 #include "fstr.h"
 #include "hex.h"
+#include "http_auth.h"
 #include "iaddr.h"
 #include "lines.h"
 #include "mac.h"
