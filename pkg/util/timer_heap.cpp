@@ -11,26 +11,14 @@ namespace
 
 constexpr int kRoot = TIMER_HEAP_ROOT;
 
-constexpr int parent_of(int slot)
-{
-    return (slot - 4) / 4 + 3;
-}
-constexpr int first_child_of(int slot)
-{
-    return 4 * slot - 8;
-}
+constexpr int parent_of(int slot) { return (slot - 4) / 4 + 3; }
+constexpr int first_child_of(int slot) { return 4 * slot - 8; }
 static_assert(first_child_of(kRoot) == kRoot + 1 && parent_of(4) == kRoot && parent_of(7) == kRoot &&
               parent_of(8) == 4);
 
-double expiry_of(const void *record)
-{
-    return *static_cast<const double *>(record);
-}
+double expiry_of(const void *record) { return *static_cast<const double *>(record); }
 
-bool holds(const timer_heap *heap, int slot)
-{
-    return heap && slot >= kRoot && slot < heap->desc.used;
-}
+bool holds(const timer_heap *heap, int slot) { return heap && slot >= kRoot && slot < heap->desc.used; }
 
 void place(timer_heap *heap, int slot, void *record, TimerMoved moved)
 {
@@ -139,25 +127,16 @@ void timer_heap_free(timer_heap *heap)
     _array_init(&heap->desc, sizeof(void *), &heap->elems, ARRAY_F_DOUBLE);
 }
 
-void timer_heap_add(timer_heap *heap, void *record)
-{
-    heap_add(heap, record, nullptr);
-}
+void timer_heap_add(timer_heap *heap, void *record) { heap_add(heap, record, nullptr); }
 
 void *timer_heap_get_head(const timer_heap *heap)
 {
     return holds(heap, kRoot) ? heap->elems[kRoot] : nullptr;
 }
 
-void *timer_heap_remove_at(timer_heap *heap, int slot)
-{
-    return heap_remove_at(heap, slot, nullptr);
-}
+void *timer_heap_remove_at(timer_heap *heap, int slot) { return heap_remove_at(heap, slot, nullptr); }
 
-void timer_heap_adjust(timer_heap *heap, int slot)
-{
-    heap_adjust(heap, slot, nullptr);
-}
+void timer_heap_adjust(timer_heap *heap, int slot) { heap_adjust(heap, slot, nullptr); }
 
 int timer_heap_find(const timer_heap *heap, timer_heap_match match, void *arg, void **record)
 {
