@@ -13,6 +13,8 @@
 #include "conf_crypt.h"
 #include "conf_key.h"
 #include "date.h"
+#include "erecv.h"
+#include "eserver.h"
 #include "estream.h"
 #include "file.h"
 #include "fstr.h"
