@@ -21,7 +21,7 @@ constexpr uint16_t kPlainPort = 65535;
 
 struct {
     estream_ssl_open_cb open;
-} constinit tls_layer;
+} constinit tls_layer = {};
 
 // connect_cb is told once; the stream is closed on return.
 void fail_connect(estream *es)
