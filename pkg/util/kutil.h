@@ -12,6 +12,7 @@
 #include "code_tables.h"
 #include "conf_crypt.h"
 #include "conf_key.h"
+#include "csv.h"
 #include "date.h"
 #include "erecv.h"
 #include "eserver.h"

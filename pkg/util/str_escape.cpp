@@ -387,30 +387,44 @@ char **str_escape_sql(char **s, int flags)
     return flags & STR_SQL_LIKE ? escape(s, StaticForm<sql_like_form>()) : escape(s, StaticForm<sql_form>());
 }
 
+void kutil::append_csv(TextBuilder &to, View prefix, View text, int sep, int quote, int newline, bool force)
+{
+    const bool has_quote = quote != -1 && quote != 0;
+    size_t quotes = 0;
+    bool wrap = force;
+    for (const View part : {prefix, text}) {
+        for (const char c : part) {
+            const bool is_quote = has_quote && is_delimiter(c, quote);
+            quotes += is_quote;
+            wrap = wrap || is_quote || is_delimiter(c, sep) || is_delimiter(c, newline);
+        }
+    }
+    const char mark = static_cast<char>(quote);
+    const View wrapping(&mark, wrap && has_quote ? 1 : 0);
+    const size_t size = add_sizes(prefix.size(), text.size(), quotes, 2 * wrapping.size());
+    char *end = put(to.room(size), wrapping);
+    if (quotes == 0) {
+        end = put(put(end, prefix), text);
+    } else {
+        for (const View part : {prefix, text}) {
+            for (const char c : part) {
+                *end++ = c;
+                if (is_delimiter(c, quote))
+                    *end++ = c;
+            }
+        }
+    }
+    put(end, wrapping);
+    to.commit(size);
+}
+
 char **_str_escape_csv(char **s, int sep, int quote, int newline, int force)
 {
     if (!s)
         return nullptr;
-    const View text = view(*s);
-    const bool has_quote = quote != -1 && quote != 0;
-    bool wrap = force != 0;
-    size_t quotes = 0;
-    for (const char c : text) {
-        const bool is_quote = has_quote && is_delimiter(c, quote);
-        quotes += is_quote;
-        wrap = wrap || is_quote || is_delimiter(c, sep) || is_delimiter(c, newline);
-    }
-    const char mark = static_cast<char>(quote);
-    const View wrapping(&mark, wrap && has_quote ? 1 : 0);
-    char *cell = new_text(add_sizes(text.size(), quotes, 2));
-    char *to = put(cell, wrapping);
-    for (const char c : text) {
-        *to++ = c;
-        if (has_quote && is_delimiter(c, quote))
-            *to++ = c;
-    }
-    *put(to, wrapping) = '\0';
-    replace_text(s, cell);
+    TextBuilder cell;
+    append_csv(cell, "", view(*s), sep, quote, newline, force != 0);
+    replace_text(s, cell.release());
     return s;
 }
 

@@ -12,6 +12,9 @@ namespace kutil
 void append_http(TextBuilder &to, View text);
 void append_query_field(TextBuilder &to, View text);
 
+// As _str_escape_csv of `prefix` and `text` together, appended.
+void append_csv(TextBuilder &to, View prefix, View text, int sep, int quote, int newline, bool force);
+
 // As str_unescape_uri and, with plus_is_blank, str_unescape_http.
 void unescape_percent_in_place(char *text, bool plus_is_blank);
 
