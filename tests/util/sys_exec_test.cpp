@@ -283,7 +283,8 @@ TEST(Descriptors, ClosedFromANumberUp)
         dup2(1, 900);
         errno = EDOM;
         close_fds_from(40);
-        printf("%d%d%d%d", is_open(39), is_open(40), is_open(900), errno == EDOM);
+        const bool errno_kept = errno == EDOM;
+        printf("%d%d%d%d", is_open(39), is_open(40), is_open(900), errno_kept);
         dup2(1, 39);
         close_fds_from(40);
         printf("%d", is_open(39));
