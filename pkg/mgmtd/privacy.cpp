@@ -1,0 +1,162 @@
+#include "privacy.h"
+
+#include "common/tree_line.h"
+#include "http_path.h"
+#include "util/code2str.h"
+#include "util/set_value.h"
+
+#include <algorithm>
+
+namespace mgmtd
+{
+
+using kutil::sub;
+
+void PathList::clear()
+{
+    for (size_t i = 0; i < count_; i++)
+        free(items_.get()[i].path);
+    items_.reset();
+    count_ = capacity_ = 0;
+}
+
+void PathList::add(char *path, Kind kind)
+{
+    if (!path || find(path) >= 0) {
+        free(path);
+        return;
+    }
+    if (count_ == capacity_) {
+        capacity_ = capacity_ ? capacity_ * 2 : 16;
+        items_.reset(kutil::grow_array(items_.release(), capacity_));
+    }
+    items_.get()[count_++] = {path, kind};
+}
+
+int PathList::find(View path) const
+{
+    for (size_t i = 0; i < count_; i++) {
+        if (path == items_.get()[i].path)
+            return static_cast<int>(i);
+    }
+    return -1;
+}
+
+bool PathList::covers(View path) const
+{
+    for (size_t i = 0; i < count_; i++) {
+        if (is_at_or_below(path, this->path(i)))
+            return true;
+    }
+    return false;
+}
+
+bool PathList::reaches_below(View path) const
+{
+    for (size_t i = 0; i < count_; i++) {
+        if (is_at_or_below(this->path(i), path) && this->path(i).size() > path.size())
+            return true;
+    }
+    return false;
+}
+
+void add_secrets(set **tree, PathList *list)
+{
+    list->add(kutil::copy_text("manufacturer/zel_conf/key"), PathList::factory);
+    list->add(kutil::copy_text("manufacturer/zel_conf/factory_key"), PathList::factory);
+    set **params = set_get(tree, "encryption/obscured_params");
+    for (set **param = set_get_son(params, 0); param; param = set_get_next(param)) {
+        const char *type = set_get_path_strz(param, "type");
+        HeapText path(normal_path(set_get_path_strz(param, "name")));
+        if (path && *path)
+            list->add(path.release(),
+                      str2code(obscure_type_str, type) == 1 ? PathList::bytes : PathList::text);
+    }
+}
+
+set **find_user(set **tree, const char *user)
+{
+    set **users = set_get(tree, "admin/user");
+    for (set **entry = set_get_son(users, 0); entry; entry = set_get_next(entry)) {
+        if (View(user) == set_get_path_strz(entry, "username") && *user)
+            return set_get_path_flag(entry, "enabled") ? entry : nullptr;
+    }
+    return nullptr;
+}
+
+char *read_password(set **tree, const char *user)
+{
+    set **entry = find_user(tree, user);
+    if (!entry || !set_get_path_str(entry, "password"))
+        return nullptr;
+    HeapText password(set_get_path_unobscured(entry, "password"));
+    return password && *password ? password.release() : nullptr;
+}
+
+void read_rights(set **tree, const char *user, Rights *rights)
+{
+    set **entry = find_user(tree, user);
+    const char *role = set_get_path_strz(entry, "role");
+    set **roles = set_get(tree, "admin/role");
+    for (set **son = set_get_son(roles, 0); son && *role; son = set_get_next(son)) {
+        if (View(role) != set_get_value(son))
+            continue;
+        rights->read = set_get_path_flag(son, "read") != 0;
+        rights->write = rights->read && set_get_path_flag(son, "write") != 0;
+        rights->commit = rights->write && set_get_path_flag(son, "commit") != 0;
+        View names = set_get_path_strz(son, "hide");
+        while (!(names = kutil::trim_left(names)).empty()) {
+            const size_t end = std::min(names.find(' '), names.size());
+            const HeapText name(kutil::copy_text(sub(names, 0, end)));
+            rights->hidden.add(normal_path(name.get()));
+            names = sub(names, end);
+        }
+        return;
+    }
+}
+
+const char *read_realm(set **tree)
+{
+    const char *realm = set_get_path_strz(tree, "admin/realm");
+    const auto is_bad = [](char c) { return !kutil::is_print(c) || c == '"' || c == '\\'; };
+    return *realm && std::ranges::none_of(View(realm), is_bad) ? realm : "Gateway";
+}
+
+set **find_key(set **tree, const char *path)
+{
+    set **handle = set_get(tree, path);
+    if (!handle)
+        return nullptr;
+    set *const node = *handle;
+    if (!node->parent || !node->parent->parent)
+        return handle;
+    return kutil::common::value_leaf(node->parent) == node ? nullptr : handle;
+}
+
+set *copy_shown(set **tree, View path, const PathList &secrets, const PathList &hidden)
+{
+    if (hidden.covers(path) || (secrets.covers(path) && secrets.find(path) < 0))
+        return nullptr;
+    const HeapText top(kutil::copy_text(path));
+    set *copy = set_dup(find_key(tree, top.get()));
+    if (!copy)
+        return nullptr;
+    const auto below = [&](const PathList &list, size_t i) {
+        return is_at_or_below(list.path(i), path) ? list.c_path(i) + path.size() : nullptr;
+    };
+    for (size_t i = 0; i < hidden.count(); i++) {
+        const char *rest = below(hidden, i);
+        set **node = rest ? set_get(&copy, rest) : nullptr;
+        if (node && *node != copy)
+            set_free(node);
+    }
+    for (size_t i = 0; i < secrets.count(); i++) {
+        const char *rest = below(secrets, i);
+        set **node = rest ? set_get(&copy, rest) : nullptr;
+        if (node && (*node)->sons)
+            set_set_path_str(node, "", kMask.data());
+    }
+    return copy;
+}
+
+} // namespace mgmtd
