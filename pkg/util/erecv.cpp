@@ -97,9 +97,9 @@ ControlData find_control_data(const void *control)
         if (length < CMSG_LEN(0) || length > ERECV_CONTROL_SIZE - pos)
             break;
         const unsigned char *body = bytes + pos + CMSG_LEN(0);
-        const auto is = [&](int level, int type) {
-            return header.cmsg_level == level && header.cmsg_type == type;
-        };
+        // Copies: clang captures no record that ends in an array of no size.
+        const auto is = [found_level = header.cmsg_level, found_type = header.cmsg_type](
+                            int level, int type) { return found_level == level && found_type == type; };
         const auto holds = [&](size_t size) { return length == CMSG_LEN(size); };
         if (is(IPPROTO_IPV6, IPV6_PKTINFO)) {
             uint32_t ifindex = 0;
