@@ -26,7 +26,7 @@ struct NonceState {
     char secret[kNonceDigits + 1]; // "" until the first use
     char text[kDigestDigits + 2 * (kNonceDigits + 1) + 1];
 };
-constinit NonceState nonces;
+constinit NonceState nonces = {};
 
 const char *nonce_secret()
 {
