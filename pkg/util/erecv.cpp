@@ -94,12 +94,14 @@ ControlData find_control_data(const void *control)
         cmsghdr header;
         memcpy(&header, bytes + pos, sizeof(header));
         const size_t length = header.cmsg_len;
+        const int level = header.cmsg_level;
+        const int type = header.cmsg_type;
         if (length < CMSG_LEN(0) || length > ERECV_CONTROL_SIZE - pos)
             break;
         const unsigned char *body = bytes + pos + CMSG_LEN(0);
-        // Copies: clang captures no record that ends in an array of no size.
-        const auto is = [found_level = header.cmsg_level, found_type = header.cmsg_type](
-                            int level, int type) { return found_level == level && found_type == type; };
+        const auto is = [&](int wanted_level, int wanted_type) {
+            return level == wanted_level && type == wanted_type;
+        };
         const auto holds = [&](size_t size) { return length == CMSG_LEN(size); };
         if (is(IPPROTO_IPV6, IPV6_PKTINFO)) {
             uint32_t ifindex = 0;

@@ -61,6 +61,31 @@ typedef int (*estream_half_close_cb)(estream *);
 /* Starts TLS on a stream: (stream, argument). 0, or the stream closes. */
 typedef int (*estream_ssl_open_cb)(estream *, void *);
 
+/* What a filter of a relay answers; any other value forwards what its buffer and length then say. */
+#define ESTREAM_FILTER_FAIL 1 /* the stream closes */
+#define ESTREAM_FILTER_DROP 2 /* nothing is forwarded */
+/* Flags of one side of a relay. */
+#define ESTREAM_THROTTLE_POP 1U    /* at the end the stream goes back to its owner instead of closing */
+#define ESTREAM_THROTTLE_MANUAL 2U /* the relay never issues a read request on this side */
+
+/* A filter sees input before it is forwarded: (filter data, buffer, length) to one of the answers above. It
+ * may put another buffer, valid until its next call, and another length (-1: that of a text) in place. */
+typedef int (*estream_filter)(void *, char **, int *);
+/* Acknowledges input: estream_read_ack. */
+typedef int (*estream_ack)(estream *, int);
+/* A filter that itself acknowledges the input that it has used. */
+typedef int (*estream_full_filter)(void *, char **, int *, estream_ack);
+
+/* One side of a relay. */
+typedef struct estream_throttle_opt {
+    int32_t read_size;  /* for estream_read_forever */
+    int32_t high_water; /* the other stream is not read while this one has more output than that to send */
+    uint32_t flags;
+    estream_filter filter;
+    estream_full_filter full_filter; /* instead of `filter` */
+    void *filter_data;
+} estream_throttle_opt;
+
 /* ---- Making and closing ---- */
 
 /* estream_connect_fd makes a stream over `fd` with `flags` and returns it. A descriptor that is not connected
@@ -286,6 +311,25 @@ KUTIL_API int estream_null_output_len_get(const estream *es);
 /* estream_null_output_ack removes `n` bytes from the front and returns how many are left. More than there are
  * removes all, after the warn report "estream null len was acked more then its len". */
 KUTIL_API int estream_null_output_ack(estream *es, int n);
+
+/* ---- Relays: two streams joined ---- */
+
+/* estream_throttle joins two streams: what arrives on one is written to the other, and reading pauses while
+ * the other's unsent output exceeds its high-water mark. Options may be NULL (all 0); they are copied. Both
+ * streams are borrowed: pushed, with data, callback and half-close callback of the relay's own. When one
+ * closes, what the other still sends is dropped, its output is sent, and it is closed or given back too. The
+ * end of input of a stream with ESTREAM_HALF_CLOSE ends the other's output when both carry that flag, are up,
+ * without TLS, and neither is to be given back; otherwise it is like a close. A stream given back has no read
+ * request, unless its owner issued it. A stream that is closing already counts as closed at once; the same
+ * stream twice is an err report. Returns -1 always. Running out of memory for the relay ends the process. */
+KUTIL_API int estream_throttle(estream *a, const estream_throttle_opt *a_options, estream *b,
+                               const estream_throttle_opt *b_options);
+
+/* estream_throttle_finish ends the relay of `es` once the other stream's output is sent.
+ * estream_throttle_finish_now ends it at once, and unsent output is lost unless the stream is given back. A
+ * stream that is in no relay: nothing happens. Both return 0. */
+KUTIL_API int estream_throttle_finish(estream *es);
+KUTIL_API int estream_throttle_finish_now(estream *es);
 
 /* The call-site forms; see event.h. */
 #define estream_set_func(es, callback) _estream_set_func(es, callback, KUTIL_EVENT_SITE(#callback))
