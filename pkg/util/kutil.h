@@ -17,6 +17,7 @@
 #include "erecv.h"
 #include "eserver.h"
 #include "estream.h"
+#include "event.h"
 #include "file.h"
 #include "fstr.h"
 #include "hex.h"
@@ -28,6 +29,8 @@
 #include "sock.h"
 #include "str.h"
 #include "str_escape.h"
+#include "sys.h"
+#include "timer_heap.h"
 #include "url.h"
 #include "zel_error.h"
 
