@@ -117,9 +117,12 @@ size_t conversion_length(const char *format)
     return *end ? static_cast<size_t>(end + 1 - format) : 0;
 }
 
-// The format with "%m" replaced by the text of errno, and the error text of the perror forms behind it. "%%"
-// is a unit, and a conversion that does not fit whole is dropped with all behind it.
-void expand_format(char *buffer, const char *format, const char *errno_text, const char *error_text)
+// Whether the text of errno stands behind the message, as in the perror forms.
+enum class Ending { kNone, kErrnoText };
+
+// The format with "%m" replaced by the text of errno, and that text behind it where it is wanted. "%%" is a
+// unit, and a conversion that does not fit whole is dropped with all behind it.
+void expand_format(char *buffer, const char *format, const char *errno_text, Ending ending)
 {
     Cut out(buffer, kMessageSize);
     bool room = true;
@@ -138,8 +141,8 @@ void expand_format(char *buffer, const char *format, const char *errno_text, con
         }
         format += length;
     }
-    if (error_text && out.append(": ", 2))
-        out.append_escaped(error_text);
+    if (ending == Ending::kErrnoText && out.append(": ", 2))
+        out.append_escaped(errno_text);
 }
 
 // The finished message as a format that prints it once more: "%%" and "%m" keep their meaning there, which is
@@ -162,23 +165,23 @@ void escape_for_log(char *buffer, size_t size, const char *message)
     }
 }
 
-void make_message(Buffers *buffers, const char *format, const char *error_text, va_list ap, int saved_errno)
+void make_message(Buffers *buffers, const char *format, Ending ending, va_list ap, int saved_errno)
 {
     if (!format) {
         strcpy(buffers->message, "error in `zel_error': no message specified");
         return;
     }
-    expand_format(buffers->format, format, strerror(saved_errno), error_text);
+    expand_format(buffers->format, format, strerror(saved_errno), ending);
     buffers->message[0] = '\0';
     errno = saved_errno;
     vsnprintf(buffers->message, sizeof(buffers->message), buffers->format, ap);
 }
 
 // A report that the machinery cannot take: too deep, or from inside the opening of the log.
-int report_to_stderr(uint32_t flags, const char *format, const char *error_text, va_list ap, int saved_errno)
+int report_to_stderr(uint32_t flags, const char *format, Ending ending, va_list ap, int saved_errno)
 {
     Buffers buffers;
-    make_message(&buffers, format, error_text, ap, saved_errno);
+    make_message(&buffers, format, ending, ap, saved_errno);
     fprintf(stderr, "%s\n", buffers.message);
     if (flags & kFatalFlags)
         _exit(1);
@@ -197,17 +200,17 @@ void end_process(uint32_t flags)
     zel_error_exit();
 }
 
-int report(int entity, uint32_t flags, const char *error_text, const char *format, va_list ap)
+int report(int entity, uint32_t flags, Ending ending, const char *format, va_list ap)
 {
     const ErrnoScope keep_errno;
     if (!reporter.initialized)
         zel_error_init_default(6);
     const SignalBlock block;
     if (reporter.depth >= kMaxDepth || opening_log)
-        return report_to_stderr(flags, format, error_text, ap, keep_errno.saved());
+        return report_to_stderr(flags, format, ending, ap, keep_errno.saved());
 
     Buffers *buffers = &reporter.buffers[reporter.depth++];
-    make_message(buffers, format, error_text, ap, keep_errno.saved());
+    make_message(buffers, format, ending, ap, keep_errno.saved());
     if (mt_task_id != 0 && mt_task_id == getpid()) {
         log_msg_deliver(entity, flags, buffers->message);
     } else {
@@ -340,21 +343,21 @@ void kutil::end_fatal_reports_at_once() { reporter.ending = true; }
 
 int zel_verror_full(int entity, uint32_t flags, const char *format, va_list ap)
 {
-    return report(entity, flags, nullptr, format, ap);
+    return report(entity, flags, Ending::kNone, format, ap);
 }
 
 int zel_error_full(int entity, uint32_t flags, const char *format, ...)
 {
     va_list ap;
     va_start(ap, format);
-    report(entity, flags, nullptr, format, ap);
+    report(entity, flags, Ending::kNone, format, ap);
     va_end(ap);
     return -1;
 }
 
 int zel_vperror_full(int entity, uint32_t flags, const char *format, va_list ap)
 {
-    return report(entity, flags, strerror(errno), format, ap);
+    return report(entity, flags, Ending::kErrnoText, format, ap);
 }
 
 int zel_perror_full(int entity, uint32_t flags, const char *format, ...)
@@ -389,7 +392,7 @@ int zel_error_itofmt_full(int entity, const zel_error_itofmt *table, int code, .
         return 0;
     va_list ap;
     va_start(ap, code);
-    report(entity, row->flags, nullptr, row->format, ap);
+    report(entity, row->flags, Ending::kNone, row->format, ap);
     va_end(ap);
     return -1;
 }

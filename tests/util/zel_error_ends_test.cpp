@@ -7,6 +7,7 @@
 #include "util/internal/error_state.h"
 
 #include <csignal>
+#include <fstream>
 #include <sstream>
 
 TEST(Delivery, CallbacksThatReportForeverEndOnStandardError)
@@ -89,32 +90,53 @@ TEST(Ends, DefaultCallbackPrefixes)
     EXPECT_EQ(result.output, "err: m\nm\nm\nmdebug: \n");
 }
 
+// Frames whose words the dump must show. The result keeps each in use until the call below it is back.
+static __attribute__((noinline)) uint32_t dump_below(int depth)
+{
+    volatile uint32_t marker[] = {0xC0FFEE01, 0xC0FFEE02, 0xC0FFEE03, 0xC0FFEE04};
+    uint32_t below = 0;
+    if (depth > 0)
+        below = dump_below(depth - 1);
+    else
+        strace_write();
+    return below + marker[0];
+}
+
 TEST(StackDump, RowsFromHereToTheTop)
 {
-    const ChildResult quiet = run_in_child([] { strace_write(); });
-    EXPECT_EQ(quiet.output, "");
+    EXPECT_EQ(run_in_child([] { strace_write(); }).output, "") << "no top is recorded";
+
+    const ChildResult named = run_in_child([] {
+        zel_error_init(0, 0, 1, nullptr, reinterpret_cast<void *>(0x1234), "trace");
+        puts(kutil::process_name());
+        strace_write();
+    });
+    std::string name;
+    std::getline(std::ifstream("/proc/self/comm"), name);
+    EXPECT_EQ(named.output.find(name + "\nStack trace (trace()=0x1234)\nepc   : "), 0U) << named.output;
 
     const ChildResult result = run_in_child([] {
-        zel_error_init(0, 0, 1, nullptr, nullptr, nullptr);
-        volatile uint32_t marker[4] = {0xC0FFEE01, 0xC0FFEE02, 0xC0FFEE03, 0xC0FFEE04};
-        // The recorded top lies below this frame; a top of its own puts the marker into the dump.
-        const auto deep = [](auto self, int depth) -> void {
-            depth ? self(self, depth - 1) : strace_write();
-        };
-        (void)marker;
-        deep(deep, 3);
+        zel_error_init_nodefault();
+        strace_init();
+        dump_below(8);
     });
-    EXPECT_EQ(result.output.find("Stack traceepc   : "), 0U)
-        << "no line end without a name: " << result.output;
-    EXPECT_NE(result.output.find("\nra    : "), std::string::npos);
-    EXPECT_NE(result.output.find("\nUser-mode stack:("), std::string::npos);
     std::istringstream lines(result.output);
-    std::string line;
-    for (int i = 0; i < 3; i++)
-        std::getline(lines, line);
-    while (std::getline(lines, line)) {
-        EXPECT_LE(line.size(), 5U + 8 * 9) << line;
-        EXPECT_EQ(line[4], ':') << line;
-        EXPECT_EQ((line.size() - 5) % 9, 0U) << line;
+    std::string line, words;
+    std::getline(lines, line);
+    EXPECT_EQ(line.find("Stack traceepc   : "), 0U) << "no line end without a name: " << line;
+    std::getline(lines, line);
+    EXPECT_EQ(line.find("ra    : "), 0U) << line;
+    std::getline(lines, line);
+    unsigned long long from = 0, to = 0;
+    ASSERT_EQ(sscanf(line.c_str(), "User-mode stack:(%llx to %llx)", &from, &to), 2) << line;
+    for (unsigned long long row = from & ~31ULL; std::getline(lines, line); row += 32) {
+        char address[16];
+        snprintf(address, sizeof(address), "%04llx:", row & 0xFFE0);
+        ASSERT_EQ(line.substr(0, 5), address);
+        words += line.substr(5);
     }
+    const size_t blanks = from % 32 / 4;
+    EXPECT_EQ(words.size(), 9 * (blanks + (to - from) / 4 + 1)) << result.output;
+    EXPECT_EQ(words.find_first_not_of(' '), 9 * blanks + 1) << "words stand under their place in the row";
+    EXPECT_NE(words.find(" c0ffee01 c0ffee02 c0ffee03 c0ffee04"), std::string::npos) << result.output;
 }

@@ -50,6 +50,7 @@ struct ConsoleFile {
     }
 };
 
+bool report_on_open = false;
 std::string calls;
 
 int note_call(void *data, const char *, int, uint32_t)
@@ -64,6 +65,11 @@ char kOne[] = "1", kTwo[] = "2", kThree[] = "3", kFirst[] = "0", kLate[] = "n";
 
 extern "C" {
 // What would reach the system log is recorded here, whichever of its entry points the build uses.
+void openlog(const char *ident, int, int)
+{
+    if (report_on_open)
+        zel_error_full(1, 4, "opening %s", ident);
+}
 void vsyslog(int priority, const char *format, va_list ap) { record_log(priority, format, ap); }
 void __vsyslog_chk(int priority, int, const char *format, va_list ap) { record_log(priority, format, ap); }
 }
@@ -88,8 +94,14 @@ TEST(Report, FormatsWithErrnoText)
         EXPECT_EQ(errno, EACCES);
         EXPECT_EQ(log.take(), "5: " + row.wanted + "\n") << (row.format ? row.format : "NULL");
     }
-    zel_perror_full(7, 4, "open %s", "f");
-    EXPECT_EQ(log.entries.at(0), (ReportLog::Entry{"open f: " + denied, 7, 4}));
+    for (int number : {EACCES, 12345}) { // the C library makes the text of an unknown error anew each time
+        const std::string text = strerror(number);
+        errno = number;
+        zel_perror_full(7, 4, "open %s", "f");
+        ASSERT_EQ(log.entries.size(), 1U);
+        EXPECT_EQ(log.entries[0], (ReportLog::Entry{"open f: " + text, 7, 4}));
+        log.take();
+    }
 }
 
 TEST(Report, CutsFormatAndMessage)
@@ -140,6 +152,19 @@ TEST(Report, FormatCodes)
     EXPECT_EQ(zel_error_itofmt_set_enabled(table, 1, 0), -1);
     EXPECT_EQ(zel_error_itofmt_full(3, nullptr, 1), -1);
     EXPECT_EQ(log.take(), "");
+}
+
+TEST(Report, ReplacingTheExitHookIsSaid)
+{
+    ReportLog log;
+    const zel_error_hook hook = [] {};
+    EXPECT_EQ(zel_error_exit_func_set(hook), nullptr);
+    EXPECT_EQ(log.take(), "");
+    char text[128];
+    snprintf(text, sizeof(text), "7: Changing zel_error_exit_func from %p to %p\n",
+             reinterpret_cast<void *>(hook), nullptr);
+    EXPECT_EQ(zel_error_exit_func_set(nullptr), hook);
+    EXPECT_EQ(log.take(), text);
 }
 
 TEST(Delivery, LevelsAndSelectors)
@@ -291,6 +316,12 @@ TEST(Syslog, ReportsOfOtherProcesses)
     EXPECT_EQ(zel_openlog_initialized, 1);
     zel_closelog();
     EXPECT_EQ(zel_openlog_initialized, 0);
+    report_on_open = true;
+    testing::internal::CaptureStderr();
+    zel_error_full(1, 5, "outer");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "opening 1.unknown\n") << "it has no way but this";
+    EXPECT_EQ(log_entries.at(1).text, "outer");
+    report_on_open = false;
     static int exit_calls;
     zel_error_syslog(
         1, ERR_F_EXIT, [] { exit_calls++; }, "x");
