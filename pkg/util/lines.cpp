@@ -285,7 +285,9 @@ char ***lines_add_fast(char ***l, const char *s, int *count)
 {
     if (!l || !count)
         return lines_add(l, s);
-    const size_t known = *l ? clip(*count, INT_MAX) : 0;
+    if (!*l)
+        *count = 0;
+    const size_t known = clip(*count, INT_MAX);
     char *copy = ready(l) && s ? try_copy(s) : nullptr;
     if (!copy)
         return l;

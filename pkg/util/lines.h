@@ -77,7 +77,7 @@ KUTIL_API char ***lines_add_unique(char ***l, const char *s);
 KUTIL_API char ***lines_add_printf(char ***l, const char *format, ...) KUTIL_PRINTF(2, 3);
 
 /* lines_add_fast appends a copy of `s` without walking the list: *count must be the number of elements and is
- * incremented. It is 0 for a NULL list, whatever was given. A NULL count: as lines_add. */
+ * incremented. For a NULL list it is set to 0 first, whatever it was. A NULL count: as lines_add. */
 KUTIL_API char ***lines_add_fast(char ***l, const char *s, int *count);
 
 /* lines_add_index inserts a copy of `s` before element `i`. */
@@ -199,9 +199,9 @@ KUTIL_API int strcmp_qsort(const void *a, const void *b);
 KUTIL_API int strcasecmp_qsort(const void *a, const void *b);
 
 /* lines_str_split replaces *l by the pieces of `text` between characters of `delims`; a NULL delims has none.
- * With `skip_empty` empty pieces are left out. A delimiter at the very end is followed by no piece, so "a,"
- * gives "a" and
- * ",a" gives "" and "a". NULL and "" give the empty array. Running out of memory ends the process. */
+ * With `skip_empty` empty pieces are left out. A delimiter at the very end is followed by no piece: "a,"
+ * gives "a", and ",a" gives "" and "a". NULL and "" give the empty array. Running out of memory ends the
+ * process. */
 KUTIL_API char ***lines_str_split(char ***l, const char *text, const char *delims, int skip_empty);
 
 /* lines_str_split_ws splits at any of " \t\n\r" without empty pieces. */

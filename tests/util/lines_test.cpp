@@ -261,6 +261,8 @@ TEST(Lines, AppendingManyKeepsElementsAndCounts)
 {
     List fast, walked;
     int count = 99; // of a NULL list it does not matter
+    lines_add_fast(&fast.l, nullptr, &count);
+    EXPECT_EQ(count, 0) << "the list is an empty array now";
     char *first = nullptr;
     for (int i = 0; i < 30000; i++) {
         const std::string text = std::to_string(i);
