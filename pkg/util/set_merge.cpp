@@ -165,11 +165,11 @@ void swap_contents(const SwapPair &pair, uint32_t mask)
     set *a = pair.a;
     set *b = pair.b;
     set *kept = new_node("tmp", mask, nullptr);
-    tree_join(kept, a, mask, 0);
+    tree_join(kept, a, mask);
     tree_free_sons(&a, mask);
-    tree_join(a, b, mask, 0);
+    tree_join(a, b, mask);
     tree_free_sons(&b, mask);
-    tree_join(b, kept, mask, 0);
+    tree_join(b, kept, mask);
     free_chain(kept);
 }
 
@@ -241,7 +241,7 @@ set **set_replace_sets_mask(set **dst, uint32_t dst_mask, set **src, uint32_t sr
     if (!(node->layers & layers))
         mark_changed(node);
     add_layers_upward(node, layers);
-    tree_join(node, source, src_mask, 0);
+    tree_join(node, source, src_mask);
     return dst;
 }
 

@@ -55,6 +55,13 @@ bool chain_contains(set *first, const set *node)
     return false;
 }
 
+bool is_at_or_above(const set *node, const set *at)
+{
+    while (at && at != node)
+        at = at->parent;
+    return at != nullptr;
+}
+
 // The end of freeing a node from `mask`, its sons being done: true when it went.
 bool leave_layers(set **place, uint32_t mask)
 {
@@ -200,9 +207,9 @@ void free_chain(set *node)
 
 bool tree_contains(set *top, const set *node) { return top == node || chain_contains(top->sons, node); }
 
-void tree_join(set *target, set *source, uint32_t mask, uint32_t forced)
+void tree_join(set *target, set *source, uint32_t mask)
 {
-    const uint32_t top_bits = forced ? forced : source->layers & mask;
+    const uint32_t top_bits = source->layers & mask;
     if (!(target->layers & top_bits))
         give_layers(target, top_bits);
     WalkStack<JoinLevel> levels;
@@ -225,7 +232,7 @@ void tree_join(set *target, set *source, uint32_t mask, uint32_t forced)
         set *to = level.sons.find(from->value);
         if (!to)
             to = level.sons.add(from->value);
-        const uint32_t bits = forced ? forced : from->layers & mask;
+        const uint32_t bits = from->layers & mask;
         if ((to->layers & bits) != bits) {
             to->changed = 1;
             to->layers |= bits;
@@ -348,7 +355,7 @@ set **tree_rename(set **place, uint32_t mask, const char *text)
     set *target = *target_place;
     give_layers(target, mask);
     add_layers_upward(target->parent, mask);
-    tree_join(target, node, mask, 0);
+    tree_join(target, node, mask);
     const bool is_next = node->next == target; // then target_place is in the node that may go
     return tree_free(place, mask) && is_next ? place : target_place;
 }
@@ -374,7 +381,7 @@ set **set_use(set **handle, set *node)
 {
     if (!handle || *handle == node)
         return handle;
-    if (*handle && tree_contains(*handle, node))
+    if (*handle && node && (tree_contains(*handle, node) || is_at_or_above(node, *handle)))
         return nullptr;
     set_free(handle);
     *handle = node;
@@ -389,11 +396,7 @@ set **set_link(set **handle, set *node, int where)
     if (!at || !node || (where != 0 && where != 1))
         return nullptr;
     set **place = where == 0 ? &at->sons : &at->next;
-    for (const set *above = at; above; above = above->parent) {
-        if (above == node)
-            return nullptr;
-    }
-    if (chain_contains(*place, node))
+    if (is_at_or_above(node, at) || chain_contains(*place, node))
         return nullptr;
     free_chain(*place);
     *place = node;

@@ -338,7 +338,7 @@ TEST(SetStructure, LongListsGiveTheAnswersOfShortOnes)
         Tree source(("r(d(3) n(1) " + backward + "d(4) n(2) h(x y))").c_str());
         Tree joined(("r:3(" + forward + "d(1) d(2) h:2(z:2))").c_str());
         Tree merged(("r:3(" + forward + "d(1) d(2) h:2(z:2))").c_str());
-        kutil::tree_join(joined.root, source.root, 1, 0);
+        kutil::tree_join(joined.root, source.root, 1);
         EXPECT_EQ(joined.show(), "r:3(" + forward + "d(1 3 4) d(2) h:3(z:2 x y) n(1 2))") << count;
         EXPECT_EQ(set_merge(&merged, &source), -1);
         EXPECT_EQ(merged.show(), "r:3(" + forward + "d(4) d(2) h:2(z:2) n(2))") << count;

@@ -459,7 +459,8 @@ TEST(SetTree, BrothersThatCameAlongAreFreedAndCopiedAlthoughTheirParentIsAnother
     set_clear_changed(tree.root);
     {
         const Masks masks(1, 3);
-        kutil::tree_join(tree.root, copy.root, 1, 2);
+        Tree other("r:2(n:2(1:2) m:2(2:2(3:2)))");
+        kutil::tree_join(tree.root, other.root, 2);
         EXPECT_EQ(tree.marks(), "r:3*(n:3*(1:3*) m:3*!(2:3*(3:3*)))") << "marks go up the way the walk came";
     }
     EXPECT_EQ(set_free(&tree), 0);
@@ -472,18 +473,17 @@ TEST(SetTree, JoiningGivesTheTargetLayersOnlyWhenItSharesNone)
 {
     const struct {
         const char *target;
-        uint32_t mask, forced;
+        uint32_t mask;
         const char *after;
     } rows[] = {
-        {"t(x)", 3, 0, "t*(x:3*(y:2*) z:2*)"}, // its sons get whatever they lack
-        {"t:4(x)", 3, 0, "t:7*(x:3*(y:2*) z:2*)"},
-        {"t(x)", 2, 8, "t:9*(x:9*(y:8*) z:8*)"},
-        {"t(x(y))", 1, 0, "t(x(y))"},
+        {"t(x)", 3, "t*(x:3*(y:2*) z:2*)"}, // its sons get whatever they lack
+        {"t:4(x)", 3, "t:7*(x:3*(y:2*) z:2*)"},
+        {"t(x(y))", 1, "t(x(y))"},
     };
     for (const auto &row : rows) {
         Tree target(row.target);
         Tree source("s:3(x:3(y:2) z:2)");
-        kutil::tree_join(target.root, source.root, row.mask, row.forced);
+        kutil::tree_join(target.root, source.root, row.mask);
         EXPECT_EQ(target.marks(), row.after) << row.target;
     }
 }
@@ -494,6 +494,7 @@ TEST(SetTree, UsePutsANodeIntoThePlace)
     Tree other("s(x)");
     EXPECT_EQ(set_use(&tree, tree.root), &tree) << "the node that is there already";
     EXPECT_EQ(set_use(&tree, *tree.at("a/1")), nullptr) << "a node that would be freed on the way";
+    EXPECT_EQ(set_use(tree.at("a/1"), tree.root), nullptr) << "an ancestor: the tree would stand in itself";
     EXPECT_EQ(tree.marks(), "r(a(1))");
     EXPECT_EQ(set_use(&tree, other.root), &tree);
     EXPECT_EQ(tree.show(), "s(x)");

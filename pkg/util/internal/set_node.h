@@ -96,11 +96,11 @@ set **find_or_add_son(set *parent, const char *name, uint32_t mask);
 void free_chain(set *node);
 // Whether `node` is `top` or stands below it.
 bool tree_contains(set *top, const set *node);
-// Gives `target` the subtree of `source` as far as it is in `mask`. The layers to give are `forced` when that
-// is not 0, else those of each source node within `mask`. When the target has none of them it gets them (it
-// alone: the caller has added them to its ancestors); sons are found by name in any layer or appended, and
-// get what they lack. The two must not be one inside the other.
-void tree_join(set *target, set *source, uint32_t mask, uint32_t forced);
+// Gives `target` the subtree of `source` as far as it is in `mask`, each node in the layers that it has
+// within `mask`. When the target has none of these it gets them (it alone: the caller has added them to its
+// ancestors); sons are found by name in any layer or appended, and get what they lack. The two must not be
+// one inside the other.
+void tree_join(set *target, set *source, uint32_t mask);
 // The visible son that holds the value of the node: the greatest layers word, then the first. NULL: none.
 set *value_son(set *node, uint32_t mask);
 
