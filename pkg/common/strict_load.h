@@ -32,8 +32,9 @@ bool file_text_read(int fd, const char *name, FileText *text, Problem *problem);
 // file_text_load reads the file at `path`.
 Load file_text_load(const char *path, FileText *text, Problem *problem);
 
-// strict_read returns the tree of the text, in the layers of the set mask, for the caller to free by
-// set_free. NULL with a problem when the text is not one whole tree; `name` stands for the file there.
+// strict_read returns the tree of the text, behind which a NUL must stand, in the layers of the set mask, for
+// the caller to free by set_free. NULL with a problem when the text is not one whole tree; `name` stands for
+// the file there.
 set *strict_read(const char *name, View text, Problem *problem);
 
 // strict_load is file_text_load and strict_read: *tree gets the tree, *text the text it came from.

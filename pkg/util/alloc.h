@@ -63,9 +63,8 @@ KUTIL_API char *strdup_null_e(const char *text);
  * address of the variable, of whatever pointer type. A NULL address or a NULL variable: nothing happens. */
 KUTIL_API void _zfree(void *variable);
 
-/* malloc_e, zalloc_e and realloc_e are malloc_log, zalloc_log and realloc_log with 0x303: a failure ends the
- * process, so they return NULL only where the C library does so for a size of 0 without calling it a failure.
- */
+/* malloc_e, zalloc_e and realloc_e are malloc_log, zalloc_log and realloc_log with 0x303: NULL ends the
+ * process, also where the C library gives it for a size of 0 (glibc's realloc of a block does). */
 static inline void *malloc_e(size_t size) { return malloc_log(0x303, size); }
 static inline void *zalloc_e(size_t size) { return zalloc_log(0x303, size); }
 static inline void *realloc_e(void *block, size_t size) { return realloc_log(0x303, block, size); }

@@ -9,8 +9,9 @@
  * belongs to the caller, who frees it with array_free. Running out of memory, and a size that no memory can
  * hold, end the process.
  *
- * array_free leaves `used` and `allocated` as they were: set the descriptor up again before the next
- * array_grow. */
+ * Deliberate: array_free leaves `used` and `allocated` as they were, since callers read their counts after
+ * it. Set the descriptor up again before the next array_grow, which would take the freed elements for zeroed.
+ */
 
 #include "api.h"
 
@@ -41,7 +42,8 @@ KUTIL_API int array_grow(array_desc *desc, int n);
 /* array_idx_legal returns 1 when 0 <= i < allocated, else 0; 0 for a NULL desc. */
 KUTIL_API int array_idx_legal(const array_desc *desc, int i);
 
-/* array_free frees the block and sets the caller's variable to NULL; `used` and `allocated` stay. */
+/* array_free frees the block and sets the caller's variable to NULL; `used` and `allocated` stay. A NULL
+ * desc: nothing happens. */
 KUTIL_API void array_free(array_desc *desc);
 
 KUTIL_END_DECLS
