@@ -3,6 +3,7 @@
 #include "internal/formatted.h"
 #include "internal/list_builder.h"
 #include "internal/spare.h"
+#include "str.h"
 
 #include <climits>
 #include <cstdlib>
@@ -545,13 +546,4 @@ char **lines_get_common_prefix(char *const *l, char **s)
 
 int strcmp_qsort(const void *a, const void *b) { return strcmp(slot_text(a), slot_text(b)); }
 
-int strcasecmp_qsort(const void *a, const void *b)
-{
-    const char *x = slot_text(a);
-    const char *y = slot_text(b);
-    while (*x && to_lower(*x) == to_lower(*y)) {
-        x++;
-        y++;
-    }
-    return static_cast<unsigned char>(to_lower(*x)) - static_cast<unsigned char>(to_lower(*y));
-}
+int strcasecmp_qsort(const void *a, const void *b) { return str_casecmp(slot_text(a), slot_text(b)); }
