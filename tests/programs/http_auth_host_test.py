@@ -28,11 +28,14 @@ def row(name, found, expected):
           ("" if found == expected else f", expected {expected}"))
 
 
+def find(tool):
+    return shutil.which(tool, path="/usr/sbin:/usr/bin:/sbin:/bin:/usr/local/bin")
+
+
 def has(tool):
-    found = shutil.which(tool, path="/usr/sbin:/usr/bin:/sbin:/bin:/usr/local/bin")
-    if not found:
+    if not find(tool):
         missing.append(tool)
-    return found
+    return find(tool)
 
 
 @contextlib.contextmanager
@@ -199,10 +202,11 @@ def log_in(answer_program, port, path, password):
 
 
 def foreign_servers(answer_program):
+    # lighttpd only where it is: installing its package starts a server on port 80.
     servers = [("lighttpd", LIGHTTPD, lambda conf: ["lighttpd", "-D", "-f", conf]),
                ("apache2", APACHE, lambda conf: ["apache2", "-DFOREGROUND", "-f", conf])]
     for name, template, command in servers:
-        program = has(name)
+        program = find(name) if name == "lighttpd" else has(name)
         if not program:
             continue
         with tempfile.TemporaryDirectory(prefix="kutil_auth_") as path:
