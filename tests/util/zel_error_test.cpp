@@ -162,7 +162,7 @@ TEST(Report, ReplacingTheExitHookIsSaid)
     EXPECT_EQ(log.take(), "");
     char text[128];
     snprintf(text, sizeof(text), "7: Changing zel_error_exit_func from %p to %p\n",
-             reinterpret_cast<void *>(hook), nullptr);
+             reinterpret_cast<void *>(hook), static_cast<void *>(nullptr));
     EXPECT_EQ(zel_error_exit_func_set(nullptr), hook);
     EXPECT_EQ(log.take(), text);
 }
