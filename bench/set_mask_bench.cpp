@@ -1,4 +1,5 @@
 #include "util/set.h"
+#include "util/str.h"
 
 #include <benchmark/benchmark.h>
 
@@ -126,6 +127,18 @@ void BM_index_insert_at_front(benchmark::State &state)
     set_free(&list);
 }
 
+void BM_delim_list(benchmark::State &state)
+{
+    char *text = nullptr;
+    for (int64_t i = 0; i < state.range(0); i++)
+        str_cat(&text, "a,");
+    set *list = set_alloc("list");
+    for (auto _ : state)
+        set_set_path_delim_list(&list, "v", text, ",", 0);
+    set_free(&list);
+    str_free(&text);
+}
+
 #define CONFIGS RangeMultiplier(2)->Range(1024, 4096)
 #define LISTS RangeMultiplier(2)->Range(256, 1024)
 
@@ -138,5 +151,6 @@ BENCHMARK(BM_replace_list)->LISTS;
 BENCHMARK(BM_compare_list)->LISTS;
 BENCHMARK(BM_sort_num)->LISTS;
 BENCHMARK(BM_index_insert_at_front)->LISTS;
+BENCHMARK(BM_delim_list)->RangeMultiplier(2)->Range(2048, 8192);
 
 } // namespace

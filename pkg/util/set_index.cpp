@@ -39,12 +39,12 @@ struct Slot {
 // Behind the last visible son.
 Slot slot_at_end(set *list, uint32_t mask, int first_number)
 {
-    Slot slot = {&list->sons, first_number};
+    set *last = nullptr;
     for (set *son = list->sons; son; son = son->next) {
         if (in_mask(son, mask))
-            slot = {&son->next, int64_t{number_of(son)} + 1};
+            last = son;
     }
-    return slot;
+    return last ? Slot{&last->next, int64_t{number_of(last)} + 1} : Slot{&list->sons, first_number};
 }
 
 // At the first gap. Deliberate: every son that is passed counts as one, whatever its number, so that from 1
@@ -173,7 +173,26 @@ void sort_sons(set *parent, uint32_t mask)
         passes--;
 }
 
+// Gives the slot a son of its number: the one of other layers that stands there, else a new one.
+set **fill_slot(set *list, uint32_t mask, Slot slot)
+{
+    if (!slot.place || slot.number > INT32_MAX)
+        return nullptr;
+    set *standing = *slot.place;
+    if (!standing || number_of(standing) != slot.number || in_mask(standing, mask))
+        insert_node(slot.place, new_node(Decimal(static_cast<int>(slot.number)).c_str(), 0, list));
+    mark_changed(*slot.place);
+    add_layers_upward(*slot.place, mask);
+    return slot.place;
+}
+
 } // namespace
+
+set **kutil::tree_index_add_behind(set **last, uint32_t mask)
+{
+    set *son = *last;
+    return fill_slot(son->parent, mask, {&son->next, int64_t{number_of(son)} + 1});
+}
 
 set **set_index_add_mask(set **h, uint32_t mask, int index)
 {
@@ -184,15 +203,7 @@ set **set_index_add_mask(set **h, uint32_t mask, int index)
         zel_error_full(kEntity, kFatalEmerg, "Cannot add index to more than one layer simultaneously");
         return nullptr;
     }
-    const Slot slot = find_slot(list, mask, index);
-    if (!slot.place || slot.number > INT32_MAX)
-        return nullptr;
-    set *standing = *slot.place;
-    if (!standing || number_of(standing) != slot.number || in_mask(standing, mask))
-        insert_node(slot.place, new_node(Decimal(static_cast<int>(slot.number)).c_str(), 0, list));
-    mark_changed(*slot.place);
-    add_layers_upward(*slot.place, mask);
-    return slot.place;
+    return fill_slot(list, mask, find_slot(list, mask, index));
 }
 
 set **set_index_add(set **h, int index) { return set_index_add_mask(h, writing_mask(), index); }

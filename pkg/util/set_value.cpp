@@ -4,6 +4,7 @@
 #include "internal/c_locale.h"
 #include "internal/heap.h"
 #include "internal/number.h"
+#include "internal/set_node.h"
 #include "lines.h"
 #include "mac.h"
 #include "set_mask.h"
@@ -220,13 +221,17 @@ void ip_set_set_or_free(set **handle, const char *path, uint32_t ip)
 void set_set_path_delim_list(set **handle, const char *path, const char *text, const char *delims,
                              int skip_empty)
 {
-    // Split first: the text may lie in the sons that go.
+    // Copies first: the text and the path may lie in the sons that go.
     char **pieces = nullptr;
     lines_str_split(&pieces, text, delims, skip_empty);
     const HeapLines owner(pieces);
+    const HeapText below(path ? copy_text(path) : nullptr);
     set_free_sons(handle);
-    for (char **piece = pieces; *piece; piece++)
-        set_set_path_str(set_index_add(handle, -1), path, *piece);
+    set **son = nullptr;
+    for (char **piece = pieces; *piece; piece++) {
+        son = son ? tree_index_add_behind(son, writing_mask()) : set_index_add(handle, -1);
+        set_set_path_str(son, below.get(), *piece);
+    }
 }
 
 int set_set_path_key_list(set **handle, const char *path, const code_names *table, uint32_t bits)

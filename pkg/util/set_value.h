@@ -80,7 +80,8 @@ KUTIL_API set **set_set_path_u64(set **handle, const char *path, uint64_t n);
 /* set_set_path_time stores the time widened to 64 bits and without a sign: -1 is "18446744073709551615". */
 KUTIL_API set **set_set_path_time(set **handle, const char *path, time_t t);
 KUTIL_API set **set_set_path_hex(set **handle, const char *path, int n);
-/* set_set_path_float stores six digits behind the point. */
+/* set_set_path_float stores six digits behind the point. A text of more than 77 characters is cut,
+ * as ftoa says. */
 KUTIL_API set **set_set_path_float(set **handle, const char *path, double n);
 /* set_set_path_enum stores the canonical word of `code`. A code without a word gives NULL, and nothing is
  * made. */
@@ -155,8 +156,9 @@ KUTIL_API set **set_split_set(set **handle, int kind);
  * nothing could be made. */
 KUTIL_API int set_set_path_obscured(set **handle, const char *path, const char *text);
 
-/* set_get_path_unobscured returns the stored secret as a new text, "" when there is none. NULL when what is
- * stored cannot have been obscured or no key is current; under another key it is some other text. */
+/* set_get_path_unobscured returns the stored secret as a new text, "" when there is none or the number of its
+ * digits is odd. NULL when what is stored cannot have been obscured (another character, or no whole blocks)
+ * or no key is current; under another key it is some other text. */
 KUTIL_API char *set_get_path_unobscured(set **handle, const char *path);
 
 /* set_path_unobscured_is_equal returns 1 when the stored secret is exactly `text`, else 0. */

@@ -23,7 +23,8 @@ char *set_get_path_unobscured(set **handle, const char *path)
     if (len == 0)
         return copy_text("");
     const Heap<unsigned char> bytes(new_array<unsigned char>(static_cast<size_t>(len)));
-    set_get_path_bin_buf(handle, path, bytes.get());
+    if (set_get_path_bin_buf(handle, path, bytes.get()) != len)
+        return nullptr; // no hexadecimal text: deciphering zeros would make up a secret
     return unobscure_str(bytes.get(), len);
 }
 

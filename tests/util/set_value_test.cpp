@@ -199,13 +199,22 @@ TEST(Several, ListsAndSplits)
     Tree tree;
     set **h = tree.at();
     set_set_path_str(h, "list/old/v", "a,,b,");
+    set_set_path_str(h, "list/old/path", "v");
     set **list = set_get(h, "list");
-    // The text lies in what is freed.
-    set_set_path_delim_list(list, "v", set_get_path_str(list, "old/v"), ",", 0);
+    // The text and the path lie in what is freed.
+    set_set_path_delim_list(list, set_get_path_str(list, "old/path"), set_get_path_str(list, "old/v"), ",",
+                            0);
     EXPECT_EQ(set_get_nsons(list), 3);
     EXPECT_EQ(tree.get("list/0/v") + "|" + tree.get("list/1/v") + "|" + tree.get("list/2/v"), "a||b");
+    set_mask_push(UINT32_MAX,
+                  2); // the sons stay in the layer below, and are the new layer's as far as it goes
+    set_set_path_delim_list(list, "v", "x,y", ",", 0);
+    EXPECT_EQ(tree.get("list/0/v") + "|" + tree.get("list/1/v") + "|" + tree.get("list/2/v"), "x|y|b");
+    set_mask_pop();
+    EXPECT_EQ(set_get_nsons_mask(list, 2) * 10 + set_get_nsons(list), 23);
+    set_free_mask(h, 2);
     set_set_path_delim_list(list, "v", nullptr, ",", 0);
-    EXPECT_EQ(set_get_nsons(list), 0);
+    EXPECT_EQ(set_get_nsons_mask(list, 1), 0);
 
     static const char *const words_a[] = {"read", "r", nullptr}, *const words_b[] = {"write", nullptr};
     static const code_names table[] = {{1, words_a, 0}, {2, words_b, 1}, {4, nullptr, 0}, {-1, nullptr, 0}};
@@ -235,7 +244,8 @@ TEST(Secrets, StoredObscured)
     EXPECT_STREQ(buf, "###");
     set_get_path_unobscured_buf(h, "s", buf, sizeof(buf));
     EXPECT_STREQ(buf, "sec");
-    for (const char *bad : {"00112233", "261ca62d54f41b4cf9ff82243c4884"}) {
+    for (const char *bad :
+         {"00112233", "261ca62d54f41b4cf9ff82243c4884", "261ca62d54f41b4cf9ff82243c48846g"}) {
         tree.with(bad);
         EXPECT_EQ(unobscured(h, "v"), "(null)") << bad;
         EXPECT_EQ(set_path_unobscured_is_equal(h, "v", ""), 0);
@@ -267,6 +277,10 @@ TEST(Keys, LoadedFromTheTree)
     EXPECT_EQ(zel_conf_crypt_key_load(h), 0);
     EXPECT_EQ(zel_conf_crypt_key_get_curr_type(), CONF_KEY_DEVICE);
     EXPECT_NE(unobscured(h, "wifi/psk"), "under the built-in key");
+    zel_conf_crypt_key_select(CONF_KEY_DEFAULT);
+    zel_conf_crypt_key_factory_set_new(h, key.c_str());
+    zel_conf_crypt_key_deselect();
+    EXPECT_EQ(zel_conf_crypt_key_get_curr_type(), CONF_KEY_DEVICE) << "inside a select, which goes on";
 
     // What the list names is obscured anew, once: a second run finds nothing of the built-in key.
     struct Row {

@@ -118,6 +118,8 @@ char *tree_son_get_str(set **place, uint32_t mask);
 set **tree_set(set **place, uint32_t mask, const char *path);
 set **tree_rename(set **place, uint32_t mask, const char *text);
 set **tree_rename_int(set **place, uint32_t mask, int n);
+// set_index_add_mask with the index -1, for the list whose last visible son stands at `last`: no walk to it.
+set **tree_index_add_behind(set **last, uint32_t mask);
 // set_path_create with the values behind `first`, up to a NULL, in a va_list.
 char *join_path(const char *first, va_list ap);
 
