@@ -61,7 +61,7 @@ KUTIL_API void unobscure_bin(void *buf, int len);
 
 /* zel_conf_crypt_key_get returns a new buffer with the CONF_KEY_SIZE bytes of the current key, for the caller
  * to clear and free. Missing digits of its text are zeros; digits behind the 64th are not used. NULL when the
- * current entry is clear, or its text is no even number of hexadecimal digits. */
+ * current entry is clear, or its text is empty or no even number of hexadecimal digits. */
 KUTIL_API unsigned char *zel_conf_crypt_key_get(void);
 
 /* zel_conf_crypt_key_set replaces the entry of `type` by a copy of `hex`, normally 64 hexadecimal digits;

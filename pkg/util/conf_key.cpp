@@ -113,9 +113,11 @@ int zel_conf_crypt_key_load(set **conf)
 
 void zel_conf_crypt_key_factory_set_new(set **conf, const char *hex)
 {
-    zel_conf_crypt_key_select(CONF_KEY_DEFAULT);
+    // Not by a select, of which there is one level: the caller may be inside of one.
+    const int current = zel_conf_crypt_key_get_curr_type();
+    zel_conf_crypt_key_change(CONF_KEY_DEFAULT);
     set_set_path_obscured(conf, kFactoryKeyPath, hex);
-    zel_conf_crypt_key_deselect();
+    zel_conf_crypt_key_change(current);
 }
 
 int zel_conf_crypt_key_factory_apply_new(set **conf)
