@@ -111,7 +111,7 @@ KUTIL_API int sys_exec_bg(const char *format, ...) KUTIL_PRINTF(1, 2);
 /* _sys_get_cmd runs `command` by popen with `mode` and returns what it writes to standard output as a new
  * text, with the number of bytes in *len. *status is the status as waitpid gives it, -1 when nothing ran; the
  * expectation check sees that raw status. `status` and `len` may be NULL. A failing popen is reported at err
- * and gives NULL, and so does a NULL command. */
+ * and gives NULL. NULL also for a NULL command or mode, and for more than INT32_MAX bytes. */
 KUTIL_API char *_sys_get_cmd(int *status, const char *command, int *len, const char *mode);
 
 /* sys_get_cmd and sys_get_cmd_bin are _sys_get_cmd with the mode "r", the first without a length. sys_get and

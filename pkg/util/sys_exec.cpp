@@ -185,15 +185,17 @@ public:
     SilentInput()
     {
         int ends[2];
-        if (isatty(0) || pipe2(ends, O_CLOEXEC) != 0)
+        if (isatty(0))
             return;
-        writer_ = Fd(ends[1]);
-        Fd reader(ends[0]);
-        // Behind the standard descriptors, should one of those be closed.
-        saved_ = Fd(fcntl(0, F_DUPFD_CLOEXEC, 3));
+        // Behind the standard descriptors, should one of those be closed. None when this one is.
+        saved_ = Fd(fcntl(0, F_DUPFD_CLOEXEC, kFirstOther));
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            return;
+        const Fd reader(fcntl(ends[0], F_DUPFD_CLOEXEC, kFirstOther));
+        writer_ = Fd(fcntl(ends[1], F_DUPFD_CLOEXEC, kFirstOther));
+        close(ends[0]);
+        close(ends[1]);
         replaced_ = dup2(reader.get(), 0) == 0;
-        if (reader.get() == 0)
-            reader.release();
     }
     ~SilentInput()
     {
@@ -206,6 +208,7 @@ public:
     SilentInput &operator=(const SilentInput &) = delete;
 
 private:
+    static constexpr int kFirstOther = 3;
     Fd writer_;
     Fd saved_;
     bool replaced_ = false;

@@ -6,7 +6,9 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <termios.h>
 
 namespace
 {
@@ -297,4 +299,32 @@ TEST(Descriptors, ClosedFromANumberUp)
     EXPECT_EQ(log.take(), "7: Warning: error cleaning input buffer\n");
     close(ends[0]);
     close(ends[1]);
+}
+
+TEST(Descriptors, ClearingReadsAndRestoresStandardInput)
+{
+    const ChildResult result = run_in_child([] {
+        int masters[2], slaves[2];
+        for (int i = 0; i < 2; i++) {
+            masters[i] = posix_openpt(O_RDWR | O_NOCTTY);
+            if (masters[i] < 0 || grantpt(masters[i]) || unlockpt(masters[i]))
+                _exit(9);
+            slaves[i] = open(ptsname(masters[i]), O_RDWR | O_NOCTTY);
+        }
+        dup2(slaves[0], 0);
+        struct termios given, input;
+        tcgetattr(slaves[1], &given);
+        given.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+        tcsetattr(slaves[1], TCSANOW, &given);
+        if (write(masters[0], "typed\n", 6) != 6)
+            _exit(9);
+        clear_fd_buffer(slaves[1]);
+        struct pollfd waiting = {.fd = 0, .events = POLLIN, .revents = 0};
+        tcgetattr(0, &input);
+        tcgetattr(slaves[1], &given);
+        printf("%d %d %d %d", poll(&waiting, 1, 0), (input.c_oflag & OPOST) != 0,
+               (given.c_lflag & (ICANON | ECHO)) != 0, (fcntl(slaves[1], F_GETFL) & O_NONBLOCK) != 0);
+    });
+    EXPECT_EQ(result.output, "0 0 0 1")
+        << "input dropped and given the other's settings, which is left quiet";
 }

@@ -5,6 +5,9 @@
 
 #include "support.h"
 
+#include <cstring>
+#include <fcntl.h>
+
 namespace
 {
 
@@ -37,6 +40,12 @@ TEST(Terminal, ShowsWhatACommandWritesToATerminal)
         dup2(saved, 0);
         close(saved);
     }
+    const ChildResult closed = run_in_child([] { // and when it is closed, which it is afterwards, too
+        close(0);
+        char *text = sys_term_get_cmd(nullptr, "sh -c {sleep 0.1; echo end}");
+        _exit(strstr(text, "\r\nend\r\n") && fcntl(0, F_GETFD) < 0 ? 0 : 1);
+    });
+    EXPECT_TRUE(closed.exited_with(0)) << closed.status;
     char **lines = sys_term_get_lines(nullptr, "echo %s", "one");
     EXPECT_EQ(lines_count(lines), 2);
     EXPECT_STREQ(lines[1], "one");
