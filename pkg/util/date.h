@@ -70,8 +70,8 @@ KUTIL_API time_t date_sql2time(const char *text);
  * that the calendar does not have. */
 KUTIL_API time_t date_xml2time(const char *text);
 
-/* date_sql2tm reads the SQL form into *out and returns out; blank and empty texts clear it. Anything else:
- * *out clear, the report "date_sql2tm: invalid date format '%s'" at warn, NULL. */
+/* date_sql2tm reads the SQL form into *out and returns out; blank, empty and NULL texts clear it. Anything
+ * else: *out clear, the report "date_sql2tm: invalid date format '%s'" at warn, NULL. A NULL out: NULL. */
 KUTIL_API struct tm *date_sql2tm(const char *text, struct tm *out);
 
 /* date_k2tm is date_sql2tm that reads the display form, else the SQL form, and reports under its own name. */
