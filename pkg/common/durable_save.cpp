@@ -2,7 +2,6 @@
 
 #include "sibling.h"
 #include "util/internal/errno_scope.h"
-#include "util/internal/fd.h"
 
 #include <csignal>
 #include <cstdio>
@@ -31,26 +30,6 @@ public:
 
 private:
     struct sigaction saved_;
-};
-
-// Removes the temporary file unless it was renamed.
-class Temporary
-{
-public:
-    explicit Temporary(const char *path) : path_(path) {}
-    ~Temporary()
-    {
-        if (path_) {
-            const ErrnoScope keep_errno;
-            unlink(path_);
-        }
-    }
-    Temporary(const Temporary &) = delete;
-    Temporary &operator=(const Temporary &) = delete;
-    void keep() { path_ = nullptr; }
-
-private:
-    const char *path_;
 };
 
 bool write_all(int fd, View text)
@@ -110,43 +89,60 @@ bool sync_folder(const char *resolved, Problem *problem)
     return problem->set_errno(resolved, "saved, but its folder could not be flushed to the disk");
 }
 
-bool write_temporary(const char *path, const char *resolved, const struct stat *old, View text, Owner owner,
-                     Problem *problem)
+} // namespace
+
+bool DurableFile::open(const char *resolved, Problem *problem)
 {
-    Fd fd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!fd.valid())
-        return problem->set_errno(path, "cannot make the temporary file");
-    Temporary temporary(path);
-    if (!write_all(fd.get(), text))
-        return problem->set_errno(resolved, "cannot write the new text");
-    if (old && !take_over_owner(fd.get(), *old, owner, resolved, problem))
-        return false;
-    if (!sync(fd.get()))
-        return problem->set_errno(resolved, "cannot flush the new text to the disk");
-    if (!close_checked(&fd))
-        return problem->set_errno(resolved, "cannot close the new text");
-    if (rename(path, resolved) != 0)
-        return problem->set_errno(resolved, "cannot put the new text in place");
-    temporary.keep();
+    abandon();
+    HeapText temporary = sibling(resolved, ".tmp");
+    if (unlink(temporary.get()) != 0 && errno != ENOENT)
+        return problem->set_errno(temporary.get(), "cannot remove what an earlier save left");
+    old_ = {};
+    if (lstat(resolved, &old_) != 0 && errno != ENOENT)
+        return problem->set_errno(resolved, "cannot look at it");
+    if (replaces() && !S_ISREG(old_.st_mode))
+        return problem->set("%s: not a regular file", resolved);
+    fd_.reset(::open(temporary.get(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!fd_.valid())
+        return problem->set_errno(temporary.get(), "cannot make the temporary file");
+    temporary_.swap(temporary);
+    resolved_.reset(copy_text(resolved));
     return true;
 }
 
-} // namespace
+bool DurableFile::commit(Owner owner, Problem *problem)
+{
+    const char *resolved = resolved_.get();
+    if (replaces() && !take_over_owner(fd_.get(), old_, owner, resolved, problem))
+        return false;
+    if (!sync(fd_.get()))
+        return problem->set_errno(resolved, "cannot flush the new text to the disk");
+    if (!close_checked(&fd_))
+        return problem->set_errno(resolved, "cannot close the new text");
+    if (rename(temporary_.get(), resolved) != 0)
+        return problem->set_errno(resolved, "cannot put the new text in place");
+    temporary_.reset();
+    return sync_folder(resolved, problem);
+}
+
+void DurableFile::abandon()
+{
+    const ErrnoScope keep_errno;
+    fd_.reset();
+    if (temporary_)
+        unlink(temporary_.get());
+    temporary_.reset();
+}
 
 bool durable_save(const char *resolved, View text, Owner owner, Problem *problem)
 {
     const SizeSignalIgnored scope;
-    const HeapText temporary = sibling(resolved, ".tmp");
-    if (unlink(temporary.get()) != 0 && errno != ENOENT)
-        return problem->set_errno(temporary.get(), "cannot remove what an earlier save left");
-    struct stat old;
-    const bool exists = lstat(resolved, &old) == 0;
-    if (!exists && errno != ENOENT)
-        return problem->set_errno(resolved, "cannot look at it");
-    if (exists && !S_ISREG(old.st_mode))
-        return problem->set("%s: not a regular file", resolved);
-    return write_temporary(temporary.get(), resolved, exists ? &old : nullptr, text, owner, problem) &&
-           sync_folder(resolved, problem);
+    DurableFile file;
+    if (!file.open(resolved, problem))
+        return false;
+    if (!write_all(file.fd(), text))
+        return problem->set_errno(resolved, "cannot write the new text");
+    return file.commit(owner, problem);
 }
 
 } // namespace kutil::common

@@ -2,7 +2,9 @@
 #define KUTIL_COMMON_DURABLE_SAVE_H
 
 #include "problem.h"
-#include "util/internal/text.h"
+#include "util/internal/fd.h"
+
+#include <sys/stat.h>
 
 namespace kutil::common
 {
@@ -22,6 +24,35 @@ enum class Owner {
 // The caller holds the file's lock: two saves at once would share the temporary file. Only a regular file is
 // replaced. The new file is another one: hard links keep the old text.
 bool durable_save(const char *resolved, View text, Owner owner, Problem *problem);
+
+// DurableFile is durable_save for a text that is made bit by bit: write to fd() between open() and commit().
+// Unless commit() is called the old file stays. A new file gets the mode that the caller gives to fd().
+class DurableFile
+{
+public:
+    DurableFile() = default;
+    DurableFile(const DurableFile &) = delete;
+    DurableFile &operator=(const DurableFile &) = delete;
+    ~DurableFile() { abandon(); }
+
+    // Removes what a killed save left and makes the temporary file.
+    bool open(const char *resolved, Problem *problem);
+    // Takes over owner and mode of the old file, flushes, puts the file in place, flushes the folder.
+    bool commit(Owner owner, Problem *problem);
+
+    // Removes the temporary file; the old one stays. So does the end of this.
+    void abandon();
+
+    int fd() const { return fd_.get(); }
+    // There was a file before.
+    bool replaces() const { return old_.st_mode != 0; }
+
+private:
+    HeapText resolved_;
+    HeapText temporary_; // NULL: there is none to remove
+    struct stat old_ = {};
+    Fd fd_;
+};
 
 } // namespace kutil::common
 

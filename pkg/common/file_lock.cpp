@@ -95,6 +95,14 @@ bool report_holder(int fd, const char *resolved, Problem *problem)
     return problem->set("%s: process %ld is changing it", resolved, static_cast<long>(lock.l_pid));
 }
 
+bool is_still_there(const char *path, int fd)
+{
+    struct stat named;
+    struct stat locked;
+    return stat(path, &named) == 0 && fstat(fd, &locked) == 0 && named.st_dev == locked.st_dev &&
+           named.st_ino == locked.st_ino;
+}
+
 } // namespace
 
 char *resolve_file(const char *path, Problem *problem)
@@ -118,20 +126,32 @@ char *resolve_file(const char *path, Problem *problem)
 
 bool FileLock::take(const char *resolved, Problem *problem)
 {
-    const HeapText path = sibling(resolved, ".lock");
-    Fd fd = open_lock_file(path.get(), resolved);
-    if (!fd.valid())
-        return problem->set_errno(path.get(), "cannot open the lock file");
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    if (fcntl(fd.get(), F_SETLK, &lock) == 0) {
+    HeapText path = sibling(resolved, ".lock");
+    for (;;) {
+        Fd fd = open_lock_file(path.get(), resolved);
+        if (!fd.valid())
+            return problem->set_errno(path.get(), "cannot open the lock file");
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        if (fcntl(fd.get(), F_SETLK, &lock) != 0) {
+            if (errno == EACCES || errno == EAGAIN)
+                return report_holder(fd.get(), resolved, problem);
+            return problem->set_errno(path.get(), "cannot lock");
+        }
+        if (!is_still_there(path.get(), fd.get()))
+            continue; // the one who had it removed it meanwhile
         fd_ = static_cast<Fd &&>(fd);
+        path_.swap(path);
         return true;
     }
-    if (errno == EACCES || errno == EAGAIN)
-        return report_holder(fd.get(), resolved, problem);
-    return problem->set_errno(path.get(), "cannot lock");
+}
+
+void FileLock::remove()
+{
+    if (held())
+        unlink(path_.get());
+    release();
 }
 
 } // namespace kutil::common

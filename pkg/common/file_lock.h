@@ -18,8 +18,8 @@ char *resolve_file(const char *path, Problem *problem);
 //
 // It is a POSIX record lock: the kernel gives it back when the process ends in whatever way, and names the
 // holder. So it does not pass to a child of fork: a daemon takes it after it has become one. And two of one
-// process do not exclude each other: the program has one for each file. The lock file stays; removing it
-// would let a waiting process lock a file that is no longer there.
+// process do not exclude each other: the program has one for each file. The lock file stays unless its holder
+// removes it.
 class FileLock
 {
 public:
@@ -27,9 +27,12 @@ public:
     // problem when another process has it, which is then named by its pid, or when it cannot be taken.
     bool take(const char *resolved, Problem *problem);
     void release() { fd_.reset(); }
+    // Gives the right back and removes the lock file.
+    void remove();
     bool held() const { return fd_.valid(); }
 
 private:
+    HeapText path_;
     Fd fd_;
 };
 

@@ -1,0 +1,1 @@
+kutil_program(csv2sql)

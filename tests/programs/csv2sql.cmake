@@ -1,0 +1,8 @@
+if(TARGET csv2sql)
+  kutil_test(csv2sql_test programs/csv2sql_test.cpp)
+  kutil_test(csv2sql_host_test programs/csv2sql_host_test.cpp LABELS host)
+  foreach(test csv2sql_test csv2sql_host_test)
+    target_compile_definitions(${test} PRIVATE KUTIL_CSV2SQL="$<TARGET_FILE:csv2sql>")
+    add_dependencies(${test} csv2sql)
+  endforeach()
+endif()
