@@ -23,8 +23,8 @@ struct Special {
     bool is[256] = {};
     constexpr explicit Special(bool tab_mode)
     {
-        is['\n'] = is['\r'] = is[0] = is[255] = true;
-        is[static_cast<unsigned char>(tab_mode ? '\\' : '"')] = true;
+        for (const char c : {'\n', '\r', '\0', '\xff', tab_mode ? '\\' : '"'})
+            is[static_cast<unsigned char>(c)] = true;
     }
 };
 constexpr Special kSpecial[2] = {Special(false), Special(true)};
