@@ -101,6 +101,29 @@ std::string query_text()
     return take(text) + "\n";
 }
 
+// A file with a header of attributes; its body is the query form with bytes, and the display form of dates.
+std::string attrib_file_text()
+{
+    attrib *list = nullptr;
+    attrib_addset(&list, "All", all_bytes().c_str());
+    attrib_addset(&list, "Lines", "one\n\n  two");
+    attrib_addset(&list, "Empty", "");
+    char **lines = attrib_to_lines(&list, 0);
+    char *text = nullptr;
+    str_join_lines(&text, lines, "\n", 1);
+    lines_free(&lines);
+    attrib_free(&list);
+    std::string file = take(text) + "\n";
+    attrib_addset_len(&list, "bytes", "\0\x80\xFF", 3);
+    text = nullptr;
+    attrib_to_str_http(&text, &list);
+    attrib_free(&list);
+    file += take(text) + "\n";
+    for (const time_t t : {time_t{-157766400}, time_t{86400}, time_t{1794659400}, time_t{3155759999}})
+        file += date_itoa(t, 0) + std::string("\n");
+    return file;
+}
+
 std::string escaped_text()
 {
     char **(*const forms[])(char **) = {str_escape_javascript,    str_escape_xml, str_escape_html_text,
@@ -143,8 +166,9 @@ struct Golden {
     std::string (*make)();
 };
 constexpr Golden kGolden[] = {
-    {"tree.conf", tree_text},      {"tree-dos.conf", tree_text_dos}, {"query.txt", query_text},
-    {"escapes.txt", escaped_text}, {"dates.txt", date_text},         {"secrets.txt", secret_text},
+    {"tree.conf", tree_text},          {"tree-dos.conf", tree_text_dos}, {"query.txt", query_text},
+    {"escapes.txt", escaped_text},     {"dates.txt", date_text},         {"secrets.txt", secret_text},
+    {"attribs.txt", attrib_file_text},
 };
 
 } // namespace
@@ -181,5 +205,13 @@ TEST(Golden, StoredBytesReadBack)
     query.pop_back();
     str_http_to_attrib(&list, query.c_str());
     EXPECT_EQ(attrib_get(&list, "all"), all_bytes());
+    attrib_file *file = attrib_file_alloc(golden_path("attribs.txt").c_str(), nullptr, 0);
+    EXPECT_EQ(attrib_get(&file->attribs, "all"), all_bytes());
+    EXPECT_STREQ(attrib_get(&file->attribs, "lines"), "one\n\n  two");
+    str_http_to_attrib(&list, file->body[0]);
+    EXPECT_EQ(list->len, 3);
+    EXPECT_EQ(memcmp(list->value, "\0\x80\xFF", 3), 0);
+    EXPECT_EQ(date_atoi(file->body[3], 0), 1794659400);
+    attrib_file_free(file);
     attrib_free(&list);
 }
