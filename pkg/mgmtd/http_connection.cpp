@@ -215,7 +215,7 @@ bool HttpConnection::login_failed(Reply *reply)
 {
     const double now = monotonic_ms();
     daemon_->stats()->logins_failed++;
-    zel_error_full(kEntity, kWarn, "login failed: user %s from %s", user_ ? shown(user_.get()) : "(none)",
+    zel_error_full(kEntity, kWarn, "login failed: user %.100s from %s", user_ ? user_.get() : "(none)",
                    peer_text_.get());
     const bool slow = daemon_->throttle()->is_slow(peer_, now);
     daemon_->throttle()->failed(peer_, now);

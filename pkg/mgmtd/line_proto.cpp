@@ -102,7 +102,7 @@ LineAnswer run_auth(Line &line)
         line.one_line("ok", "logged in");
         return LineAnswer::done;
     }
-    zel_error_full(kEntity, kWarn, "login failed: user %s from %s, line protocol", shown(user.get()),
+    zel_error_full(kEntity, kWarn, "login failed: user %.100s from %s, line protocol", user.get(),
                    line.session->address.get());
     line.session->failures++;
     line.outcome.fail(401, "wrong user or password");

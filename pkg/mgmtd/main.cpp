@@ -1,6 +1,7 @@
 // mgmtd: the gateway's management daemon. It serves the configuration to browsers, to programs that speak
 // HTTP, and by a line protocol.
 
+#include "common/tree_line.h"
 #include "options.h"
 #include "util/event.h"
 #include "util/internal/fd.h"
@@ -52,7 +53,7 @@ int take_report(void *, const char *message, int entity, uint32_t flags)
     if (process.to_stderr)
         fwrite(line.text().data(), 1, line.size(), stderr);
     line.clear();
-    line.append(shown(message));
+    kutil::common::append_printable(&line, message);
     syslog(LOG_DAEMON | static_cast<int>(level - 1), "%s", line.c_str());
     return 0;
 }

@@ -73,7 +73,8 @@ void open_frame(const PageContext &page, View title)
     const char *name = read_realm(page.staged->running());
     append_html(out, name);
     out->append("</a><nav aria-label=\"Pages\"><a href=\"/ui/tree/\">Configuration</a>"
-                "<a href=\"/ui/diff\">Changes</a><a href=\"/ui/log\">Log</a></nav>"
+                "<a href=\"/ui/diff\">Changes</a><a href=\"/ui/log\">Log</a>"
+                "<a class=\"narrow\" href=\"#sections\">Sections</a></nav>"
                 "<form action=\"/ui/search\" role=\"search\"><input type=\"search\" name=\"q\" "
                 "aria-label=\"Search names and values\" placeholder=\"Search\">"
                 "<button>Search</button></form></header>\n");
@@ -109,7 +110,7 @@ void append_bar(const PageContext &page)
 void append_sections(const PageContext &page, View path)
 {
     TextBuilder *out = page.out;
-    out->append("<nav class=\"side\" aria-label=\"Sections\"><details open><summary>Sections</summary><ul>");
+    out->append("<nav class=\"side\" id=\"sections\" aria-label=\"Sections\"><h2>Sections</h2><ul>");
     const View section = sub(path, 0, path.find('/'));
     set **top = page.staged->current();
     for (set **son = set_get_son(top, 0); son; son = set_get_next(son)) {
@@ -122,15 +123,14 @@ void append_sections(const PageContext &page, View path)
         append_html(out, (*son)->value);
         out->append("</a></li>");
     }
-    out->append("</ul></details></nav>");
+    out->append("</ul></nav>");
 }
 
-void open_page(const PageContext &page, View title, View path)
+void open_page(const PageContext &page, View title)
 {
     open_frame(page, title);
     append_bar(page);
-    page.out->append("<div class=\"page\">");
-    append_sections(page, path);
+    page.out->append("<div class=\"page two\">");
     page.out->append("<main id=\"main\">");
     if (!page.message.empty()) {
         page.out->append("<p class=\"msg\" role=\"alert\">");
@@ -139,7 +139,13 @@ void open_page(const PageContext &page, View title, View path)
     }
 }
 
-void close_page(const PageContext &page) { page.out->append("</main></div></body></html>\n"); }
+// The sections stand behind the content: on a narrow screen they are below it.
+void close_page(const PageContext &page, View path = "")
+{
+    page.out->append("</main>");
+    append_sections(page, path);
+    page.out->append("</div></body></html>\n");
+}
 
 void append_title(const PageContext &page, View title)
 {
@@ -444,7 +450,7 @@ bool write_node_page(const PageContext &page, View path)
     if (!copy)
         return false;
     TextBuilder *out = page.out;
-    open_page(page, path.empty() ? View("Configuration") : path, path);
+    open_page(page, path.empty() ? View("Configuration") : path);
     append_crumbs(page, path);
     const set *own = path.empty() ? nullptr : value_leaf(copy);
     const bool small = count_direct(copy) > 0 || set_get_nsons(&copy) <= kMaxInline;
@@ -473,14 +479,14 @@ bool write_node_page(const PageContext &page, View path)
         if (page.may_edit() && !own)
             append_tools(page, copy, path);
     }
-    close_page(page);
+    close_page(page, path);
     free_tree(&copy);
     return true;
 }
 
 void write_search_page(const PageContext &page, View wanted)
 {
-    open_page(page, "Search", "");
+    open_page(page, "Search");
     append_title(page, "Search");
     page.out->append("<form action=\"/ui/search\" class=\"card\"><div class=\"row\">"
                      "<label for=\"q\">Part of a name or value</label><input id=\"q\" name=\"q\" value=\"");
@@ -504,7 +510,7 @@ void write_search_page(const PageContext &page, View wanted)
 void write_diff_page(const PageContext &page)
 {
     TextBuilder *out = page.out;
-    open_page(page, "Changes", "");
+    open_page(page, "Changes");
     append_title(page, "Changes that are not committed");
     Outcome diff;
     page.staged->diff(*page.who, &diff);
@@ -538,7 +544,7 @@ void write_diff_page(const PageContext &page)
 
 void write_log_page(const PageContext &page, const LogRing &log)
 {
-    open_page(page, "Log", "");
+    open_page(page, "Log");
     append_title(page, "Log");
     TextBuilder lines;
     log.write(&lines);
@@ -551,7 +557,7 @@ void write_log_page(const PageContext &page, const LogRing &log)
 void write_delete_page(const PageContext &page, View path)
 {
     TextBuilder *out = page.out;
-    open_page(page, "Delete", path);
+    open_page(page, "Delete");
     append_crumbs(page, path);
     out->append("<section class=\"card\"><p>Delete this key and everything below it? It is gone once the "
                 "changes are committed.</p><form method=\"post\" action=\"");
@@ -559,12 +565,12 @@ void write_delete_page(const PageContext &page, View path)
     out->append("?delete\"><div class=\"acts\"><button>Delete</button><a href=\"");
     append_link(out, path);
     out->append("\">Keep it</a></div></form></section>");
-    close_page(page);
+    close_page(page, path);
 }
 
 void write_message_page(const PageContext &page, View title, View text)
 {
-    open_page(page, title, "");
+    open_page(page, title);
     append_title(page, title);
     page.out->append("<p class=\"msg\" role=\"alert\">");
     append_html(page.out, text);
@@ -575,7 +581,7 @@ void write_message_page(const PageContext &page, View title, View text)
 void write_conflict_page(const PageContext &page, View text, View action, View fields)
 {
     TextBuilder *out = page.out;
-    open_page(page, "Conflict", "");
+    open_page(page, "Conflict");
     append_title(page, "Not done");
     out->append("<p class=\"msg\" role=\"alert\">");
     append_html(out, text);

@@ -41,13 +41,15 @@ struct Call {
 bool read_format(const Call &call, Format *format)
 {
     const View name = kutil::view(call.query->find("format"));
-    if (name == "lines")
+    if (name == "text")
+        *format = Format::text;
+    else if (name == "lines")
         *format = Format::lines;
     else if (name == "json")
         *format = Format::json;
     else if (name == "value")
         *format = Format::value;
-    else if (!name.empty() && name != "text")
+    else if (!name.empty())
         return call.out()->fail(400, "the format is none of text, lines, json, value");
     return true;
 }

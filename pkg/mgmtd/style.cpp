@@ -12,7 +12,7 @@ const char kStyle[] =
 html{-webkit-text-size-adjust:100%}
 body{margin:0;background:var(--back);color:var(--ink);font:16px/1.45 system-ui,"Segoe UI",Roboto,sans-serif}
 a{color:var(--blue)}
-a:focus-visible,button:focus-visible,input:focus-visible,select:focus-visible,textarea:focus-visible,summary:focus-visible
+a:focus-visible,button:focus-visible,input:focus-visible,select:focus-visible,textarea:focus-visible
 {outline:3px solid var(--blue);outline-offset:2px}
 .skip{position:absolute;left:-99em}
 .skip:focus{left:1em;top:.5em;background:var(--card);padding:.5em;z-index:9}
@@ -20,19 +20,20 @@ header{background:var(--card);border-bottom:1px solid var(--line);padding:.6em 1
 align-items:center}
 header .brand{font-weight:700;color:inherit;text-decoration:none;overflow-wrap:anywhere}
 header nav{display:flex;gap:1em;flex-wrap:wrap}
-header form{display:flex;gap:.4em;flex:1 1 14em;max-width:26em;margin-left:auto}
-header input{flex:1;min-width:0}
+header form{display:flex;gap:.4em;flex:1 1 14em;min-width:0;max-width:26em;margin-left:auto}
+header input{flex:1;min-width:0;width:100%}
 .bar{position:sticky;top:0;z-index:5;background:var(--card);border-bottom:1px solid var(--line);padding:.45em 1em;display:flex;
 flex-wrap:wrap;gap:.3em .9em;align-items:center}
 .bar.pending{background:var(--warn);border-color:var(--warn-line)}
 .bar form{margin:0}
 .page{display:grid;grid-template-columns:minmax(0,1fr);gap:1em;padding:1em;max-width:80em;margin:0 auto}
-@media(min-width:60em){.page{grid-template-columns:13em minmax(0,1fr)}.side summary{display:none}}
+.side h2{color:var(--soft)}
+@media(min-width:60em){.page.two{grid-template-columns:13em minmax(0,1fr)}.side{grid-column:1;grid-row:1}main{grid-column:-2}
+.narrow,.side h2{display:none}}
 .side ul{list-style:none;margin:0;padding:0}
 .side a{display:block;padding:.3em .6em;border-radius:.4em;text-decoration:none;overflow-wrap:anywhere}
 .side a:hover,.side a[aria-current]{background:var(--card)}
 .side a[aria-current]{font-weight:700}
-.side summary{padding:.5em;background:var(--card);border:1px solid var(--line);border-radius:.4em}
 h1{font-size:1.4em;margin:.1em 0 .6em;overflow-wrap:anywhere}
 h2{font-size:1.05em;margin:0 0 .5em;overflow-wrap:anywhere}
 .crumbs{color:var(--soft);font-size:.92em;overflow-wrap:anywhere}
@@ -48,7 +49,7 @@ label{overflow-wrap:anywhere;color:var(--soft)}
 input,select,textarea,button{font:inherit;color:inherit;background:var(--card);border:1px solid var(--soft);border-radius:.35em;
 padding:.38em .55em;max-width:100%}
 .row input,.row textarea{width:100%;max-width:34em}
-.row select{width:auto;min-width:8em}
+.row select{justify-self:start;min-width:8em}
 :disabled{opacity:.75;background:var(--back)}
 button{background:var(--blue);border-color:var(--blue);color:#fff;cursor:pointer;min-height:2.4em}
 @media(prefers-color-scheme:dark){button{color:#10161c}}

@@ -1,0 +1,499 @@
+#!/usr/bin/env python3
+"""Drives mgmtd from outside with curl, urllib, nc and raw sockets.
+
+usage: mgmtd_http.py MGMTD SAMPLE [--slow]
+
+Prints a row for each case and ends with 1 when one failed. --slow does the many repetitions instead.
+"""
+import base64
+import contextlib
+import http.client
+import json
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.error
+import urllib.request
+
+MGMTD, SAMPLE = sys.argv[1:3]
+SLOW = "--slow" in sys.argv[3:]
+failures = []
+USER, PASSWORD = "admin", "p\u00e4ss word:1"
+AUTH = "Authorization: Basic " + base64.b64encode(f"{USER}:{PASSWORD}".encode()).decode()
+
+
+def check(name, good, detail=""):
+    print(("ok    " if good else "FAIL  ") + name + ("" if good else f": {detail!r:.600}"), flush=True)
+    if not good:
+        failures.append(name)
+
+
+def set_password(path, user, password):
+    subprocess.run([MGMTD, "-c", path, "--set-password", user], input=password.encode() + b"\n", check=True, timeout=60)
+
+
+class Daemon:
+    """mgmtd on a copy of the sample, on ports that the system chose."""
+
+    def __init__(self, folder, *options, fresh=True):
+        self.file = os.path.join(folder, "gateway.conf")
+        if fresh:
+            shutil.copy(SAMPLE, self.file)
+            os.chmod(self.file, 0o600)
+            set_password(self.file, USER, PASSWORD)
+        self.start(*options)
+
+    def start(self, *options):
+        self.process = subprocess.Popen(
+            [MGMTD, "-c", self.file, "--http", "127.0.0.1:0", "--line", "127.0.0.1:0", *options],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        assert self.process.stdout.readline() == "ready\n", "mgmtd did not start"
+        self.port = int(re.search(r":(\d+)/", self.process.stdout.readline())[1])
+        self.line_port = int(self.process.stdout.readline().rsplit(":", 1)[1])
+        self.url = f"http://127.0.0.1:{self.port}"
+
+    def stop(self, number=signal.SIGTERM):
+        self.process.send_signal(number)
+        return self.process.wait(20)
+
+    def curl(self, *words, user=f"{USER}:{PASSWORD}", scheme="--basic"):
+        words = [*words[:-1], self.url + words[-1]]
+        result = subprocess.run(["curl", "-s", "-S", "-g", "--max-time", "20", "-w", "\n%{http_code}", scheme, "-u", user,
+                                 *words], capture_output=True, timeout=60)
+        body, _, status = result.stdout.decode("utf-8", "replace").rpartition("\n")
+        return int(status or 0), body
+
+    def raw(self, data, wait=True, port=None):
+        """Everything the daemon answers to these bytes, up to its close."""
+        with socket.create_connection(("127.0.0.1", port or self.port), timeout=15) as s:
+            with contextlib.suppress(OSError):
+                s.sendall(data)
+                if wait:
+                    s.shutdown(socket.SHUT_WR)
+            answer = b""
+            with contextlib.suppress(OSError):
+                while piece := s.recv(65536):
+                    answer += piece
+            return answer.decode("latin-1")
+
+    def request(self, head, *headers, body=b"", host="localhost"):
+        lines = [head, f"Host: {host}", *headers]
+        return self.raw("\r\n".join(lines).encode("latin-1") + b"\r\n\r\n" + body)
+
+    def alive(self):
+        return self.process.poll() is None and self.curl("/conf/wan/0/mode?format=value") == (200, "pppoe")
+
+
+@contextlib.contextmanager
+def daemon(*options):
+    with tempfile.TemporaryDirectory() as folder:
+        d = Daemon(folder, *options)
+        try:
+            yield d
+        finally:
+            if d.process.poll() is None:
+                d.process.kill()
+                d.process.wait()
+            d.process.stdout.close()
+
+
+def status(answer):
+    return [int(n) for n in re.findall(r"^HTTP/1\.1 (\d+) ", answer, re.M)]
+
+
+def clients(d):
+    for scheme in "--basic", "--digest", "--anyauth":
+        check(f"curl {scheme}", d.curl("/conf/wan/0/mode", scheme=scheme) == (200, "(mode(pppoe))\n"))
+        check(f"curl {scheme}, wrong password", d.curl("/conf/wan", scheme=scheme, user="admin:no")[0] == 401)
+    check("an unknown user", d.curl("/conf/wan", user="nobody:x")[0] == 401)
+    check("a user without a password", d.curl("/conf/wan", user="clara:")[0] == 401)
+    got = subprocess.run(["curl", "-s", "-v", "-u", f"{USER}:{PASSWORD}"] + [d.url + "/conf/wan/0/mode"] * 3, capture_output=True)
+    check("curl keeps the connection", got.stderr.count(b"Re-using existing connection") == 2 and
+          got.stdout == b"(mode(pppoe))\n" * 3, got.stderr)
+    for handler in urllib.request.HTTPBasicAuthHandler, urllib.request.HTTPDigestAuthHandler:
+        manager = urllib.request.HTTPPasswordMgrWithDefaultRealm()
+        manager.add_password(None, d.url, USER, PASSWORD)
+        opener = urllib.request.build_opener(handler(manager))
+        if handler is urllib.request.HTTPDigestAuthHandler and not PASSWORD.isascii():
+            continue  # urllib hashes the password as Latin-1
+        got = opener.open(d.url + "/conf/system/hostname?format=value", timeout=20).read()
+        check(f"urllib {handler.__name__}", got == b"gateway", got)
+    connection = http.client.HTTPConnection("127.0.0.1", d.port, timeout=20)
+    for _ in range(3):
+        connection.request("GET", "/conf?format=json", headers=dict([AUTH.split(": ", 1)]))
+        tree = json.loads(connection.getresponse().read())
+        check("http.client reads JSON of the whole tree", tree["wan"]["0"]["mode"] == "pppoe")
+    connection.close()
+
+
+def reading(d):
+    rows = [
+        ("/conf/wan/0/mode?format=value", 200, "pppoe"),
+        ("/conf/wan/0/mode?format=lines", 200, "wan/0/mode=pppoe\n"),
+        ("/conf/wan/0/mode?format=json", 200, '"pppoe"\n'),
+        ("/conf/%77an/0/mode", 200, "(mode(pppoe))\n"),
+        ("/conf/wan/0/mode/pppoe", 404, None),  # a value is no key
+        ("/conf/none", 404, None),
+        ("/conf/wan?format=xml", 400, None),
+        ("/conf/wan//0", 400, None),
+        ("/conf/wan/%2e%2e/0", 400, None),
+        ("/conf/wan%2f0", 404, None),
+        ("/conf/wan%00", 400, None),
+        ("/conf/wan%zz", 400, None),
+        ("/etc/passwd", 404, None),
+        ("/commit", 405, None),
+        ("/nothing", 404, None),
+    ]
+    for path, code, body in rows:
+        got = d.curl("--path-as-is", path)
+        check(f"GET {path}", got[0] == code and body in (None, got[1]), got)
+    for path in "/conf/admin/user/0/password", "/conf/admin", "/conf", "/conf?format=lines", "/conf?format=json":
+        code, body = d.curl(path)
+        check(f"the password is masked in {path}", code == 200 and "********" in body and
+              not re.search(r"password[\"(=:]+[0-9a-f]{32}", body), body)
+    head = d.raw(f"HEAD /conf HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\nConnection: close\r\n\r\n".encode())
+    check("HEAD has a length and no body", head.endswith("\r\n\r\n") and int(re.search(r"Content-Length: (\d+)", head)[1]) > 50000)
+    for header in "nosniff", "no-store", "frame-ancestors 'none'":
+        check(f"every answer has {header}", header in head)
+    check("the welcome page and its style need no login", status(d.request("GET / HTTP/1.0")) == [200] and
+          status(d.request("GET /style.css HTTP/1.0")) == [200])
+
+
+def editing(d):
+    file = lambda: open(d.file).read()
+    before = file()
+    rows = [
+        (["-X", "PUT", "--data-binary", "1400", "/conf/wan/0/mtu"], 200, "1 change not committed"),
+        (["-X", "DELETE", "/conf/route/ipv4/0"], 200, "not committed"),
+        (["-X", "DELETE", "/conf/route/ipv4/0"], 404, "no such key"),
+        (["-X", "POST", "/conf/dns/server?index"], 201, "dns/server/"),
+        (["-d", "name=a%3Cb&transport=udp", "/conf/dns/server/9"], 200, "not committed"),
+        (["-d", "good=1&bad%00=2", "/conf/dns/server/9"], 400, "NUL"),
+        (["-d", "good=1&name/deeper=2", "/conf/dns/server/9"], 422, "takes no keys"),
+        (["-X", "PUT", "--data-binary", "(note(a(1))(b(2)))", "/conf/note?format=text"], 200, "not committed"),
+        (["-X", "PUT", "--data-binary", "(other(1))", "/conf/note?format=text"], 400, "name of the key"),
+        (["-X", "PUT", "--data-binary", "(note(1)", "/conf/note?format=text"], 400, "1:"),
+        (["-X", "PUT", "--data-binary", "x", "/conf/wan"], 422, "holds keys"),
+        (["-X", "PUT", "--data-binary", "x", "/conf/wan/0/mode/deeper"], 422, "takes no keys"),
+        (["-X", "PUT", "--data-binary", "x", "/conf"], 422, ""),
+        (["-X", "DELETE", "/conf/"], 422, ""),
+        (["-X", "DELETE", "/conf/manufacturer"], 403, ""),
+        (["-X", "PUT", "--data-binary", "********", "/conf/admin/user/0/password"], 200, ""),
+        (["-X", "PUT", "--data-binary", "wifi secret", "/conf/wifi/ssid/0/passphrase"], 200, ""),
+        (["/conf/wan/0/mtu?candidate=1"], 200, "(mtu(1400))"),
+        (["/conf/wan/0/mtu"], 404, ""),
+        (["/conf/dns/server/9/good?candidate=1"], 404, ""),  # nothing of a form that was refused
+        (["/diff"], 200, "+ wan/0/mtu=1400\n"),
+        (["/diff"], 200, "+ wifi/ssid/0/passphrase=********\n"),
+    ]
+    for words, code, part in rows:
+        got = d.curl(*words)
+        check("edit: " + " ".join(words), got[0] == code and part in got[1], got)
+    check("nothing is saved before the commit", file() == before)
+    code, body = d.curl("-X", "POST", "/commit")
+    check("commit", code == 200 and body.startswith("committed "), body)
+    after = file()
+    check("the file has it", "(mtu(1400))" in after and "wifi secret" not in after and os.stat(d.file).st_mode & 0o777 == 0o600)
+    check("the written-back mask kept the password", d.curl("/conf/wan/0/mtu") == (200, "(mtu(1400))\n"))
+    check("a commit of nothing", d.curl("-X", "POST", "/commit") == (200, "nothing to commit\n") and file() == after)
+    d.curl("-X", "PUT", "--data-binary", "1", "/conf/wan/0/mtu")
+    check("revert", d.curl("-X", "POST", "/revert") == (200, "reverted 1 change\n") and d.curl("/diff") == (200, ""))
+    whole = d.curl("/conf")[1]
+    check("the whole tree put back changes nothing but what was masked and kept", d.curl("-X", "PUT", "--data-binary", whole, "/conf?format=text") ==
+          (200, "0 changes not committed\n"), d.curl("/diff"))
+    d.curl("-X", "POST", "/revert")
+
+
+def two_people(d):
+    set_password_of = lambda user, password: d.curl("-X", "PUT", "--data-binary", password, f"/conf/admin/user/{user}/password")
+    for user in 1, 2, 3:
+        set_password_of(user, f"secret{user}")
+    check("other users get passwords", d.curl("-X", "POST", "/commit")[0] == 200)
+    d.curl("-X", "PUT", "--data-binary", "1", "/conf/wan/0/mtu")
+    rows = [
+        ("miriam:secret1", ["-X", "PUT", "--data-binary", "2", "/conf/wan/0/mtu"], 409, "admin is changing"),
+        ("miriam:secret1", ["-X", "POST", "/commit"], 409, "127.0.0.1"),
+        ("miriam:secret1", ["-X", "POST", "/revert"], 409, "force=1"),
+        ("clara:secret2", ["-X", "PUT", "--data-binary", "2", "/conf/wan/0/mtu"], 403, "role"),
+        ("clara:secret2", ["/conf/wan/0/mode"], 200, "pppoe"),
+        ("clara:secret2", ["/conf/vpn"], 404, ""),
+        ("clara:secret2", ["/conf/admin/user/0"], 404, ""),
+        ("service:secret3", ["-X", "POST", "/commit?force=1"], 403, "role"),
+        ("miriam:secret1", ["-X", "PUT", "--data-binary", "2", "/conf/wan/0/mtu?force=1"], 200, "1 change"),
+        ("admin:" + PASSWORD, ["-X", "POST", "/commit"], 409, "miriam"),
+    ]
+    for user, words, code, part in rows:
+        got = d.curl(*words, user=user)
+        check(f"{user.split(':')[0]}: {' '.join(words)}", got[0] == code and part in got[1], got)
+    text = open(d.file).read()
+    open(d.file, "w").write(text.replace("(hostname(gateway))", "(hostname(gw2))"))
+    d.process.send_signal(signal.SIGHUP)
+    time.sleep(0.3)
+    check("reloaded", d.curl("/conf/system/hostname?format=value") == (200, "gw2"))
+    got = d.curl("-X", "POST", "/commit", user="miriam:secret1")
+    check("running changed since", got[0] == 409 and "running changed" in got[1], got)
+    open(d.file, "w").write("(zel_conf(broken")
+    d.process.send_signal(signal.SIGHUP)
+    time.sleep(0.3)
+    check("a broken file leaves running as it is", d.curl("/conf/system/hostname?format=value") == (200, "gw2") and
+          "not reloaded" in d.curl("/log")[1])
+    check("forced", d.curl("-X", "POST", "/commit?force=1", user="miriam:secret1")[0] == 200 and "(mtu(2))" in open(d.file).read())
+
+
+def other_sites(d):
+    def put(*headers, host="localhost", method="PUT"):
+        return status(d.request(f"{method} /conf/wan/0/mtu HTTP/1.1", AUTH, "Content-Length: 1", "Connection: close", *headers,
+                                body=b"1", host=host))
+    rows = [
+        ("its own origin", put("Origin: http://localhost"), [200]),
+        ("its own origin with a port", put(f"Origin: http://localhost:{d.port}", host=f"localhost:{d.port}"), [200]),
+        ("another port", put("Origin: http://localhost:1"), [403]),
+        ("another site", put("Origin: http://evil.example"), [403]),
+        ("Origin null", put("Origin: null"), [403]),
+        ("cross-site", put("Sec-Fetch-Site: cross-site"), [403]),
+        ("same-site", put("Sec-Fetch-Site: same-site"), [403]),
+        ("same-origin", put("Sec-Fetch-Site: same-origin"), [200]),
+        ("none", put("Sec-Fetch-Site: none"), [200]),
+        ("another site reads", status(d.request("GET /style.css HTTP/1.0", "Origin: http://evil.example")), [200]),
+        ("the address", put(host="127.0.0.1"), [200]),
+        ("another address", put(host="127.0.0.2"), [421]),
+        ("a foreign name", put(host="evil.example"), [421]),
+        ("the gateway's name", put(host="gateway.home.example.net"), [200]),
+        ("an absolute target", status(d.raw(f"GET http://evil.example/ HTTP/1.0\r\nHost: localhost\r\n\r\n".encode())), [421]),
+    ]
+    for name, got, wanted in rows:
+        check(f"host and origin: {name}", got == wanted, got)
+
+
+def hostile(d):
+    ok = f"Host: localhost\r\n{AUTH}\r\n"
+    get = f"GET /conf/wan/0/mode HTTP/1.1\r\n{ok}"
+    put = f"PUT /conf/wan/0/mtu HTTP/1.1\r\n{ok}"
+    rows = [
+        ("two lengths", put + "Content-Length: 1\r\nContent-Length: 2\r\n\r\n12", 400),
+        ("length and chunked", put + "Content-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400),
+        ("chunked twice", put + "Transfer-Encoding: chunked, chunked\r\n\r\n0\r\n\r\n", 501),
+        ("a hidden encoding", put + "Transfer-Encoding : chunked\r\n\r\n0\r\n\r\n", 400),
+        ("obs-fold", get + "X: a\r\n b\r\n\r\n", 400),
+        ("a bare LF", get + "X: a\n\r\n\r\n", 400),
+        ("a bare CR", get + "X: a\rb\r\n\r\n", 400),
+        ("a NUL", get + "X: a\0b\r\n\r\n", 400),
+        ("a negative length", put + "Content-Length: -1\r\n\r\n", 400),
+        ("a length with a sign", put + "Content-Length: +1\r\n\r\n1", 400),
+        ("a bad chunk size", put + "Transfer-Encoding: chunked\r\n\r\nx\r\n", 400),
+        ("a chunk size with a prefix", put + "Transfer-Encoding: chunked\r\n\r\n0x1\r\n1\r\n0\r\n\r\n", 400),
+        ("a huge chunk", put + "Transfer-Encoding: chunked\r\n\r\nffffffffffffffff1\r\n", 413),
+        ("a long body", put + "Content-Length: 1048577\r\n\r\n", 413),
+        ("a long target", "GET /" + "a" * 20000 + " HTTP/1.1\r\n" + ok + "\r\n", 414),
+        ("100,000 headers", get + "A: b\r\n" * 100000 + "\r\n", 431),
+        ("a long header", get + "A: " + "b" * 20000 + "\r\n\r\n", 431),
+        ("no Host", "GET / HTTP/1.1\r\n\r\n", 400),
+        ("two Hosts", get + "Host: localhost\r\n\r\n", 400),
+        ("no version", "GET /\r\n\r\n", 400),
+        ("HTTP/2.0", "GET / HTTP/2.0\r\nHost: localhost\r\n\r\n", 505),
+        ("an unknown method", "BREW / HTTP/1.1\r\nHost: localhost\r\n\r\n", 501),
+        ("noise", "".join(chr(i) for i in range(256)) * 20, 400),
+        ("another Digest uri", get.replace(AUTH, 'Authorization: Digest username="a", realm="G", nonce="1", uri="/x", response="0"') + "\r\n", 400),
+        ("a Digest without fields", get.replace(AUTH, 'Authorization: Digest realm="G'  ) + "\r\n", 400),
+    ]
+    for name, data, code in rows:
+        got = status(d.raw(data.encode("latin-1")))
+        check(f"hostile: {name}", got == [code], got)
+    check("nothing of it was executed", d.curl("/diff") == (200, ""))
+    many = status(d.raw((get + "\r\n").encode() * 150))
+    check("150 pipelined requests", many == [200] * 150, len(many))
+    long = d.raw(((get.replace("/wan/0/mode", "") + "\r\n") * 20).encode())
+    check("20 pipelined long answers", status(long) == [200] * 20 and long.count("\n)\n") == 20, len(long))
+    chunked = put + "Transfer-Encoding: chunked\r\n\r\n2;x=y\r\n14\r\n2\r\n00\r\n0\r\nTrailer: x\r\n\r\n"
+    got = d.raw((chunked + get + "\r\n").encode())
+    check("chunked, and the next request behind it", status(got) == [200, 200], got)
+    check("it holds what the chunks said", d.curl("/conf/wan/0/mtu?candidate=1&format=value") == (200, "1400"))
+    d.curl("-X", "POST", "/revert")
+    with socket.create_connection(("127.0.0.1", d.port), timeout=10) as s:
+        for byte in (put + "Expect: 100-continue\r\nContent-Length: 3\r\nConnection: close\r\n\r\n").encode():
+            s.sendall(bytes([byte]))
+        s.settimeout(5)
+        check("100 Continue after a head byte by byte", s.recv(100).startswith(b"HTTP/1.1 100 "))
+        s.sendall(b"900")
+        check("then the answer", s.recv(100).startswith(b"HTTP/1.1 200 "))
+    d.curl("-X", "POST", "/revert")
+    evil = "<script>'\"&\r\nX: y\x1b[2J"
+    d.curl("-X", "PUT", "--data-binary", evil, "/conf/wan/0/mtu")
+    code, page = d.curl("/ui/tree/wan/0")
+    check("markup in a value stays text", code == 200 and "<script>" not in page and "\x1b" not in page)
+    check("JSON of it is JSON", json.loads(d.curl("/conf/wan/0/mtu?format=json&candidate=1")[1]) == evil)
+    check("a line of it is one line", d.curl("/diff")[1].count("\n") == 1)
+    d.curl("-X", "POST", "/revert")
+    subprocess.run(["curl", "-s", "-u", "x\ny\x1b:z", d.url + "/conf"], capture_output=True)
+    check("a name with a line end stays on its line of the log", "user x&0a;y&1b; from" in d.curl("/log")[1], d.curl("/log")[1])
+    with contextlib.ExitStack() as stack:
+        open_now = [stack.enter_context(socket.create_connection(("127.0.0.1", d.port), timeout=10)) for _ in range(50)]
+        check("50 silent connections disturb nobody", d.alive() and len(open_now) == 50)
+
+
+def pages(d):
+    post = lambda path, *fields: d.curl(*[w for f in fields for w in ("--data-urlencode", f)], *([] if fields else ["-X", "POST"]),
+                                        "-H", f"Origin: {d.url}", "-H", "Sec-Fetch-Site: same-origin", path)
+    code, page = d.curl("/ui/tree/wifi/ssid/0")
+    check("a page with a form and choices", code == 200 and 'name="/name"' in page and "<option" in page and "<script" not in page)
+    check("it says that nothing is pending", "0 changes not committed" in page)
+    fields = [f"{n}={v}" for n, v in re.findall(r'<input[^>]* name="(/[^"]*)"[^>]* value="([^"]*)"', page)]
+    check("a form sent back changes nothing", post("/ui/tree/wifi/ssid/0", *fields)[0] == 303 and d.curl("/diff") == (200, ""))
+    check("an edit", post("/ui/tree/wifi/ssid/0", "/name=Caf\u00e9 & co") [0] == 303)
+    check("the bar counts it", "1 change not committed" in d.curl("/ui/tree/")[1])
+    check("the difference is shown before the commit", "~ wifi/ssid/0/name=Caf&amp;c3;&amp;a9; &amp;26; co" in d.curl("/ui/diff")[1], d.curl("/ui/diff")[1])
+    check("commit", post("/ui/commit")[0] == 303 and d.curl("/conf/wifi/ssid/0/name?format=value") == (200, "Caf\u00e9 & co"))
+    check("an entry is added", post("/ui/tree/dns/server?index")[0] == 303)
+    check("and deleted", post("/ui/tree/dns/server/0?delete")[0] == 303 and "- dns/server/0" in d.curl("/diff")[1])
+    check("revert", post("/ui/revert")[0] == 303 and d.curl("/diff") == (200, ""))
+    check("search", "wan/0/mode" in d.curl("/ui/search?q=PPPOE")[1])
+    check("log", d.curl("/ui/log")[0] == 200)
+    check("a page that is not there", d.curl("/ui/tree/none")[0] == 404 and d.curl("/ui/none")[0] == 404)
+
+
+def line_protocol(d):
+    def talk(text):
+        if not shutil.which("nc"):
+            return d.raw(text.encode(), port=d.line_port)
+        result = subprocess.run(["nc", "-N", "127.0.0.1", str(d.line_port)], input=text.encode(), capture_output=True, timeout=30)
+        return result.stdout.decode()
+    login = f"auth {USER} {PASSWORD}\n"
+    rows = [
+        ("help", "help\nquit\n", lambda a: a.startswith("data\n auth USER") and a.endswith(".\nok bye\n")),
+        ("commands in flight", login + "get wan/0/mode\nset wan/0/mtu 1300\ndiff\nadd dns/server\ndel route/ipv4/0\nrevert\nquit\n",
+         lambda a: a.splitlines()[:5] == ["ok logged in", "ok pppoe", "ok 1 change not committed", "data", " + wan/0/mtu=1300"] and
+         a.endswith("ok bye\n") and "ok dns/server/" in a and "error" not in a),
+        ("list", login + "list wan/0/ppp/reconnect\n", lambda a: "data\n wan/0/ppp/reconnect/min_s=5\n" in a and a.endswith(".\n")),
+        ("a long list twice", login + "list\nlist\nquit\n", lambda a: a.count("\n.\n") == 2 and a.endswith("ok bye\n")),
+        ("before the login", "get wan/0/mode\nhelp\n", lambda a: a == "error 401 log in first: auth USER PASSWORD\n"),
+        ("a browser's form", "POST / HTTP/1.1\r\nHost: x\r\n\r\nauth admin x\r\n", lambda a: a.startswith("error 401") and a.count("\n") == 1),
+        ("three failed logins", "auth admin x\nauth admin y\nauth admin z\nhelp\n", lambda a: a == "error 401 wrong user or password\n" * 3),
+        ("what it does not know", login + "brew\nget none\nset wan 1\nget wan&00;\n",
+         lambda a: [l.split()[1] for l in a.splitlines()[1:]] == ["400", "404", "422", "400"]),
+        ("secrets", login + "get admin/user/0/password\n", lambda a: a.endswith("ok ********\n")),
+    ]
+    for name, text, good in rows:
+        answer = talk(text)
+        check(f"line protocol: {name}", good(answer), answer)
+    check("line protocol: noise closes", d.raw(bytes(range(256)) * 100, port=d.line_port).count("\n") <= 1)
+
+
+def operation(d):
+    second = subprocess.run([MGMTD, "-c", d.file, "--http", "127.0.0.1:0", "--line", "off"], capture_output=True, text=True, timeout=30)
+    check("a second daemon is refused and told who", second.returncode == 1 and str(d.process.pid) in second.stderr, second.stderr)
+    with tempfile.TemporaryDirectory() as folder:
+        copy = os.path.join(folder, "c")
+        shutil.copy(SAMPLE, copy)
+        busy = subprocess.run([MGMTD, "-c", copy, "--http", f"127.0.0.1:{d.port}"], capture_output=True, text=True, timeout=30)
+        check("a busy port names port and option", busy.returncode == 1 and str(d.port) in busy.stderr and "--http" in busy.stderr, busy.stderr)
+        broken = os.path.join(folder, "b")
+        open(broken, "w").write("(a(b)")
+        bad = subprocess.run([MGMTD, "-c", broken], capture_output=True, text=True, timeout=30)
+        check("a broken file is refused with its place", bad.returncode == 1 and ":1:" in bad.stderr, bad.stderr)
+        pid_file = os.path.join(folder, "pid")
+        up = subprocess.run([MGMTD, "-c", copy, "--daemon", "--http", "127.0.0.1:0", "--line", "off", "--pidfile", pid_file],
+                            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=30)
+        pid = int(open(pid_file).read())
+        os.kill(pid, signal.SIGTERM)
+        for _ in range(100):
+            if not os.path.exists(pid_file):
+                break
+            time.sleep(0.05)
+        check("in the background, with a pid file until its end", up.returncode == 0 and not os.path.exists(pid_file), up.stderr)
+    check("misuse", subprocess.run([MGMTD], capture_output=True).returncode == 2 and
+          subprocess.run([MGMTD, "-c", "x", "--http", "nonsense"], capture_output=True).returncode == 2)
+    began = time.monotonic()
+    for _ in range(8):
+        d.curl("/conf/wan", user="admin:no")
+    check("the sixth failed login and later ones wait", 1.9 < time.monotonic() - began, time.monotonic() - began)
+    began = time.monotonic()
+    check("a right one does not", d.alive() and time.monotonic() - began < 0.9)
+    with socket.create_connection(("127.0.0.1", d.port)) as idle:
+        check("SIGTERM ends with 0", d.stop() == 0)
+        check("and closed the idle connection", idle.recv(1) == b"")
+    d.start()
+    check("SIGINT, too", d.stop(signal.SIGINT) == 0)
+    d.start("--readonly")
+    check("--readonly refuses", d.curl("-X", "PUT", "--data-binary", "1", "/conf/wan/0/mtu")[0] == 403 and d.alive())
+
+
+def kills(d, count):
+    """The file is whole, and holds every commit that was answered, whenever the daemon is killed."""
+    for i in range(count):
+        value = f"v{i:04}"
+        d.curl("-X", "PUT", "--data-binary", value, "/conf/wan/0/mtu")
+        killer = subprocess.Popen(["/bin/sh", "-c", f"sleep 0.0{i * 7 % 30:02}; kill -9 {d.process.pid}"])
+        answered = False
+        with contextlib.suppress(OSError, http.client.HTTPException):
+            c = http.client.HTTPConnection("127.0.0.1", d.port, timeout=10)
+            c.request("POST", "/commit", headers=dict([AUTH.split(": ", 1)]))
+            answered = c.getresponse().status == 200
+        killer.wait()
+        d.process.wait(10)
+        d.process.stdout.close()
+        d.start()
+        stored = d.curl("/conf/wan/0/mtu?format=value")[1]
+        if (answered and stored != value) or d.curl("/conf/log/level")[0] != 200:
+            check(f"kill {i}", False, (answered, stored))
+    check(f"{count} kills during commits", d.alive())
+
+
+def memory(d, count):
+    """The same requests again and again hold no more memory than a few of them."""
+    def kilobytes():
+        return int(re.search(r"VmRSS:\s+(\d+)", open(f"/proc/{d.process.pid}/status").read())[1])
+
+    def run(n):
+        with contextlib.ExitStack() as stack:
+            for _ in range(max(1, n // 5000)):
+                s = stack.enter_context(socket.create_connection(("127.0.0.1", d.port)))
+                left = min(n, 5000)
+                one = f"GET /conf/wan/0/mode HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\n\r\n".encode()
+                while left > 0:
+                    s.sendall(one * 50)
+                    got = b""
+                    while got.count(b"(mode(pppoe))\n") < 50:
+                        got += s.recv(1 << 16)
+                    left -= 50
+                s.close()
+    run(2000)
+    before = kilobytes()
+    began = time.monotonic()
+    run(count)
+    took = time.monotonic() - began
+    after = kilobytes()
+    print(f"      {count} requests in {took:.1f} s, {before} kB before, {after} kB after")
+    check(f"{count} requests in constant memory", after - before < 300, (before, after))
+    with contextlib.ExitStack() as stack:
+        before = kilobytes()
+        for _ in range(200):
+            stack.enter_context(socket.create_connection(("127.0.0.1", d.port)))
+        time.sleep(0.3)
+        print(f"      an idle connection holds {(kilobytes() - before) / 200:.1f} kB")
+
+
+def main():
+    if SLOW:
+        for case, count in (kills, 200), (memory, 200000):
+            with daemon() as d:
+                case(d, count)
+    else:
+        for case in clients, reading, editing, two_people, other_sites, hostile, pages, line_protocol, operation:
+            with daemon() as d:
+                case(d)
+                check(f"{case.__name__}: the daemon lives and ends well", d.alive() and d.stop() == 0)
+        for case, count in (kills, 8), (memory, 5000):
+            with daemon() as d:
+                case(d, count)
+    print(f"{len(failures)} failed")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
