@@ -94,7 +94,7 @@ void act()
 {
     if (!es)
         return;
-    const int what = script.next();
+    const int what = script.next() % 20;
     const int n = script.next();
     const bool lines = what == 0;
     if (what <= 4)
