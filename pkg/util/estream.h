@@ -244,10 +244,10 @@ KUTIL_API void estream_set_half_close(estream *es, estream_half_close_cb callbac
 KUTIL_API void estream_set_timeout(estream *es, int ms, estream_cb callback);
 
 /* estream_set_read_notify sets a hook that sees every input record before the callback; its result, clipped
- * to 0..length, is the length that the callback gets, and 0 skips it. estream_set_write_notify sets one that
- * sees all output as it is committed; its result, clipped to the room, is how much is. How much input is
- * removed does not change. A hook that is replaced by another (release, data) is released after the new one
- * is in place. */
+ * to 0..length, is the length that the callback gets, and 0 skips it. How much input is removed does not
+ * change. estream_set_write_notify sets one that sees all output as it is committed; its result, clipped to
+ * the room, is how much is. Writes to the stream from inside that hook do nothing and return -1. A hook that
+ * is replaced by another (release, data) is released after the new one is in place. */
 KUTIL_API void estream_set_read_notify(estream *es, estream_hook func, estream_hook_release_cb release,
                                        void *data);
 KUTIL_API void estream_set_write_notify(estream *es, estream_hook func, estream_hook_release_cb release,
