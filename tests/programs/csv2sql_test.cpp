@@ -1,6 +1,8 @@
 // csv2sql from outside: what it writes, what it refuses, and that a file is replaced whole or not at all.
 
 #include "programs/child_program.h"
+#include "support.h"
+#include "util/csv.h"
 
 #include <csignal>
 #include <sys/resource.h>
@@ -212,6 +214,45 @@ TEST_F(Csv2sql, MergesAsTheLibraryDoes)
     };
     for (const Row &row : rows)
         expect(run(row.words, row.input), row);
+}
+
+// Random tables of few keys: the program hashes the key, the library looks at line after line.
+TEST_F(Csv2sql, MergesRandomTablesAsTheLibraryDoes)
+{
+    constexpr const char *kKeys[] = {"1", "01", "2",   "a",          "A",          "nan",
+                                     "",  "-0", "1.5", "2026-01-01", "01-Jan-2026"};
+    constexpr std::pair<const char *, int> kTypes[] = {
+        {"int", CSV_TYPE_INT}, {"float", CSV_TYPE_FLOAT}, {"date", CSV_TYPE_DATE}, {"text", CSV_TYPE_TEXT}};
+    const ReportLog log; // what is no date is reported
+    uint32_t random = 5;
+    const auto pick = [&](uint32_t below) { return (random = random * 1103515245 + 12345) / 65536 % below; };
+    const auto random_table = [&](std::string text, size_t columns) {
+        for (uint32_t lines = pick(9); lines > 0; lines--) {
+            for (size_t i = 0; i < columns; i++)
+                text += std::string(i ? "," : "") + "\"" + kKeys[pick(std::size(kKeys))] + "\"";
+            text += "\n";
+        }
+        return text;
+    };
+    for (int round = 0; round < 40; round++) {
+        const auto &[name, type] = kTypes[round % 4];
+        folder_.write("dst", random_table("x,Key\n", 2));
+        folder_.write("src", random_table("new,key,x,new\n", 4));
+        csv *dst = csv_open((folder_ / "dst").c_str(), 0);
+        csv *src = csv_open((folder_ / "src").c_str(), 0);
+        csv_type_set(dst, "key", type, NULL);
+        for (csv_line *line = src->lines; line; line = line->next) {
+            if (*csv_field_get(src, line, "key"))
+                csv_merge_line_by_field(dst, "key", src, line, nullptr);
+        }
+        ASSERT_EQ(csv_write(dst, (folder_ / "expected").c_str()), 0);
+        const ProgramResult result = run({"-i", "dst", "--merge", "src", "--key", "key", "--type",
+                                          std::string("key=") + name, "csv", "csv"});
+        EXPECT_EQ(result.out, folder_.read("expected")) << name << "\n"
+                                                        << folder_.read("dst") << folder_.read("src");
+        csv_close(src);
+        csv_close(dst);
+    }
 }
 
 TEST_F(Csv2sql, ChoosesTheColumnsTypes)
