@@ -351,7 +351,8 @@ bool Staged::set_tree(const Who &who, View path, View text, bool force, Outcome 
         !check_owner(who, force, out) || !check_place(place.get(), out))
         return false;
     Problem problem;
-    set *tree = kutil::common::strict_read("the body", text, &problem);
+    const HeapText body(kutil::copy_text(text)); // reading needs its NUL
+    set *tree = kutil::common::strict_read("the body", View(body.get(), text.size()), &problem);
     if (!tree)
         return out->fail(400, "%s", problem.text());
     TextBuilder name;

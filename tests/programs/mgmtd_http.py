@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Drives mgmtd from outside with curl, urllib, nc and raw sockets.
 
-usage: mgmtd_http.py MGMTD SAMPLE [--slow]
+usage: mgmtd_http.py MGMTD SAMPLE [--slow] [--sanitized]
 
-Prints a row for each case and ends with 1 when one failed. --slow does the many repetitions instead.
+Prints a row for each case and ends with 1 when one failed. --slow does the many repetitions instead;
+--sanitized leaves out what a sanitizer's allocator would fail.
 """
 import base64
 import contextlib
@@ -23,6 +24,7 @@ import urllib.request
 
 MGMTD, SAMPLE = sys.argv[1:3]
 SLOW = "--slow" in sys.argv[3:]
+SANITIZED = "--sanitized" in sys.argv[3:]
 failures = []
 USER, PASSWORD = "admin", "p\u00e4ss word:1"
 AUTH = "Authorization: Basic " + base64.b64encode(f"{USER}:{PASSWORD}".encode()).decode()
@@ -412,8 +414,12 @@ def operation(d):
     for _ in range(8):
         d.curl("/conf/wan", user="admin:no")
     check("the sixth failed login and later ones wait", 1.9 < time.monotonic() - began, time.monotonic() - began)
-    began = time.monotonic()
-    check("a right one does not", d.alive() and time.monotonic() - began < 0.9)
+    took = []
+    for _ in range(5):  # the machine may be busy, a wait would be in all of them
+        began = time.monotonic()
+        check("a right login goes on", d.alive())
+        took.append(time.monotonic() - began)
+    check("and does not wait", min(took) < 0.9, took)
     with socket.create_connection(("127.0.0.1", d.port)) as idle:
         check("SIGTERM ends with 0", d.stop() == 0)
         check("and closed the idle connection", idle.recv(1) == b"")
@@ -469,7 +475,7 @@ def memory(d, count):
     took = time.monotonic() - began
     after = kilobytes()
     print(f"      {count} requests in {took:.1f} s, {before} kB before, {after} kB after")
-    check(f"{count} requests in constant memory", after - before < 300, (before, after))
+    check(f"{count} requests in constant memory", SANITIZED or after - before < 300, (before, after))
     with contextlib.ExitStack() as stack:
         before = kilobytes()
         for _ in range(200):
