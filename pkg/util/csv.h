@@ -165,7 +165,8 @@ KUTIL_API csv *csv_open(const char *path, uint32_t flags);
  * and NUL are dropped wherever they stand, white space behind a closing quote belongs to the value. A last
  * line without its line delimiter loses its last field (deliberate: a file that was cut off ends in half a
  * value). An escape and the next character, whatever it is, stand for one: 0 NUL, which ends the value, b
- * backspace, n LF, r CR, t tab, any other itself. Returns 0. What is malformed is reported at level 4 with
+ * backspace, n LF, r CR, t tab, any other itself. The delimiters are those that are set when reading begins.
+ * Returns 0. What is malformed is reported at level 4 with
  * the table's name and the line number: -1, and what was read so far is in the table. */
 KUTIL_API int csv_read(csv *table, csv_next_char next_char, void *ctx);
 
@@ -313,7 +314,9 @@ KUTIL_API csv_line *csv_search_from_ap(csv *table, csv_line *line, va_list ap);
 
 /* csv_sort sorts the data lines by keys, pairs of a name (const char *) and flags (int, CSV_KEY_DESC or 0),
  * up to a NULL name; the first key whose values differ decides. Lines with equal keys keep their order. Each
- * value is read once a sort. An unknown field is the fatal report "Invalid key field %s". */
+ * value is read once a sort, by walking the lines; where they lie scattered in memory, as after a sort by
+ * another key, a table that outgrows the processor's cache takes longer than its size says. An unknown field
+ * is the fatal report "Invalid key field %s". */
 KUTIL_API void csv_sort(csv *table, ...) KUTIL_SENTINEL;
 
 /* csv_sort_ap is csv_sort with its pairs in a va_list, which is used up. */

@@ -234,7 +234,7 @@ TEST_F(Csv2sql, MergesRandomTablesAsTheLibraryDoes)
         }
         return text;
     };
-    for (int round = 0; round < 40; round++) {
+    for (int round = 0; round < 24; round++) {
         const auto &[name, type] = kTypes[round % 4];
         folder_.write("dst", random_table("x,Key\n", 2));
         folder_.write("src", random_table("new,key,x,new\n", 4));
