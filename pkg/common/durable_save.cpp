@@ -61,9 +61,21 @@ bool sync(int fd)
 // The descriptor is gone also when close is interrupted, and the text was flushed before.
 bool close_checked(Fd *fd) { return close(fd->release()) == 0 || errno == EINTR; }
 
-// The owner first: changing it takes set-id bits of the mode away.
-bool take_over_owner(int fd, const struct stat &old, Owner owner, const char *resolved, Problem *problem)
+bool sync_folder(const char *resolved, Problem *problem)
 {
+    const HeapText folder(copy_text(View(resolved, folder_length(resolved))));
+    const Fd fd(open(*folder ? folder.get() : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // A file system without folders to flush says EINVAL.
+    if (fd.valid() && (sync(fd.get()) || errno == EINVAL))
+        return true;
+    return problem->set_errno(resolved, "saved, but its folder could not be flushed to the disk");
+}
+
+} // namespace
+
+bool keep_owner(int fd, const struct stat &old, Owner owner, const char *resolved, Problem *problem)
+{
+    // The owner first: changing it takes set-id bits of the mode away.
     struct stat fresh;
     if (fstat(fd, &fresh) != 0)
         return problem->set_errno(resolved, "cannot look at the temporary file");
@@ -78,18 +90,6 @@ bool take_over_owner(int fd, const struct stat &old, Owner owner, const char *re
     const mode_t mode = old.st_mode & (kept ? 07777 : 01777);
     return fchmod(fd, mode) == 0 || problem->set_errno(resolved, "cannot set the mode");
 }
-
-bool sync_folder(const char *resolved, Problem *problem)
-{
-    const HeapText folder(copy_text(View(resolved, folder_length(resolved))));
-    const Fd fd(open(*folder ? folder.get() : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // A file system without folders to flush says EINVAL.
-    if (fd.valid() && (sync(fd.get()) || errno == EINVAL))
-        return true;
-    return problem->set_errno(resolved, "saved, but its folder could not be flushed to the disk");
-}
-
-} // namespace
 
 bool DurableFile::open(const char *resolved, Problem *problem)
 {
@@ -113,7 +113,7 @@ bool DurableFile::open(const char *resolved, Problem *problem)
 bool DurableFile::commit(Owner owner, Problem *problem)
 {
     const char *resolved = resolved_.get();
-    if (replaces() && !take_over_owner(fd_.get(), old_, owner, resolved, problem))
+    if (replaces() && !keep_owner(fd_.get(), old_, owner, resolved, problem))
         return false;
     if (!sync(fd_.get()))
         return problem->set_errno(resolved, "cannot flush the new text to the disk");

@@ -25,6 +25,10 @@ enum class Owner {
 // replaced. The new file is another one: hard links keep the old text.
 bool durable_save(const char *resolved, View text, Owner owner, Problem *problem);
 
+// keep_owner is the step of it that gives the open temporary file the owner and mode of the `old` one. With
+// Owner::may_change a file whose owner cannot be kept loses its set-id bits.
+bool keep_owner(int fd, const struct stat &old, Owner owner, const char *resolved, Problem *problem);
+
 // DurableFile is durable_save for a text that is made bit by bit: write to fd() between open() and commit().
 // Unless commit() is called the old file stays. A new file gets the mode that the caller gives to fd().
 class DurableFile

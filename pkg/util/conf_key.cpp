@@ -4,6 +4,7 @@
 #include "conf_crypt.h"
 #include "internal/crypto.h"
 #include "internal/heap.h"
+#include "internal/padded_secret.h"
 #include "internal/report.h"
 #include "lines.h"
 #include "set_value.h"
@@ -51,25 +52,11 @@ bool is_padded_text(const char *bytes, int len)
     return ((length + 1) / kBlock + 1) * kBlock == size;
 }
 
-// The secret at `path` under the built-in key: NULL when it was not obscured with it.
-char *read_with_built_in_key(set **conf, const char *path, int len)
+void reobscure_text(set **conf, const char *path)
 {
-    const Heap<unsigned char> bytes(new_array<unsigned char>(static_cast<size_t>(len)));
-    if (set_get_path_bin_buf(conf, path, bytes.get()) != len)
-        return nullptr;
     zel_conf_crypt_key_select(CONF_KEY_DEFAULT);
-    char *text = unobscure_str(bytes.get(), len);
+    const SecretText text(read_padded_secret(conf, path));
     zel_conf_crypt_key_deselect();
-    if (text && !is_padded_text(text, len)) {
-        const SecretText refused(text);
-        return nullptr;
-    }
-    return text;
-}
-
-void reobscure_text(set **conf, const char *path, int len)
-{
-    const SecretText text(read_with_built_in_key(conf, path, len));
     if (!text.get() || set_set_path_obscured(conf, path, text.get()))
         zel_error_full(kEntity, kWarn, "%s is not obscured with the built-in key and is left as it is", path);
 }
@@ -92,12 +79,28 @@ void reobscure(set **conf, const char *path, int type)
     if (len == 0)
         zel_error_full(kEntity, kWarn, "%s holds no obscured bytes and is left as it is", path);
     else if (type == 0)
-        reobscure_text(conf, path, len);
+        reobscure_text(conf, path);
     else
         reobscure_bytes(conf, path, len);
 }
 
 } // namespace
+
+char *kutil::read_padded_secret(set **conf, const char *path)
+{
+    const int len = set_get_path_bin_len(conf, path);
+    if (len == 0)
+        return nullptr;
+    const Heap<unsigned char> bytes(new_array<unsigned char>(static_cast<size_t>(len)));
+    if (set_get_path_bin_buf(conf, path, bytes.get()) != len)
+        return nullptr;
+    char *text = unobscure_str(bytes.get(), len);
+    if (text && !is_padded_text(text, len)) {
+        const SecretText refused(text);
+        return nullptr;
+    }
+    return text;
+}
 
 int zel_conf_crypt_key_load(set **conf)
 {

@@ -16,9 +16,10 @@ using kutil::common::tree_list;
 using kutil::common::tree_path_read;
 
 const Command kCommands[] = {
-    {"get", "PATH", "print the value that a key holds", 1, 1, kNoOption, false, true, run_get},
-    {"set", "PATH VALUE", "let a key hold a value; what is missing of its path is made", 2, 2, kNoOption,
-     true, true, run_set},
+    {"get", "[--type TYPE] [--unmask] PATH", "print the value that a key holds", 1, 1,
+     kTypeOption | kUnmaskOption, false, true, run_get},
+    {"set", "[--type TYPE] PATH VALUE", "let a key hold a value; what is missing of its path is made", 2, 2,
+     kTypeOption, true, true, run_set},
     {"del", "PATH", "delete a key with everything below it", 1, 1, kNoOption, true, true, run_del},
     {"list", "[PATH]", "print PATH=VALUE lines, which batch reads back", 0, 1, kNoOption, false, true,
      run_list},
@@ -32,6 +33,8 @@ const Command kCommands[] = {
      kNoOption, true, true, run_merge},
     {"replace", "SRC [PATH]", "put what SRC has, all or at PATH, in place of what is here", 1, 2, kNoOption,
      true, true, run_replace},
+    {"reobscure", "[PREFIX]", "obscure listed secrets anew, from the built-in key to the device's", 0, 1,
+     kNoOption, true, true, run_reobscure},
     {"validate", "", "check that the file is whole and count its keys", 0, 0, kNoOption, false, false,
      run_validate},
     {"format", "[--dos]", "write the file anew in the usual layout", 0, 0, kDosOption, true, false,
@@ -56,6 +59,8 @@ namespace
 constexpr struct option kOptions[] = {
     {"depth", required_argument, nullptr, 'd'},
     {"dos", no_argument, nullptr, 'D'},
+    {"type", required_argument, nullptr, 't'},
+    {"unmask", no_argument, nullptr, 'u'},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -79,8 +84,16 @@ Exit take_option(Session &session, const Command &command, int option, Args *arg
         args->dos = true;
         return kDone;
     }
+    if (option == 't' && (command.options & kTypeOption)) {
+        args->type = optarg;
+        return kDone;
+    }
+    if (option == 'u' && (command.options & kUnmaskOption)) {
+        args->unmask = true;
+        return kDone;
+    }
     if (option == ':')
-        return session.complain(kMisuse, "%s: --depth needs a number", command.name);
+        return session.complain(kMisuse, "%s: the last option needs an argument", command.name);
     return session.complain(kMisuse, "%s: no such option (general options stand before the command)",
                             command.name);
 }
@@ -92,7 +105,7 @@ Exit parse_words(Session &session, const Command &command, char **words, const s
 {
     optind = 0; // starts anew, in every C library that has getopt_long
     opterr = 0;
-    for (int option; (option = getopt_long(count, words, "+:d:", kOptions, nullptr)) != -1;) {
+    for (int option; (option = getopt_long(count, words, "+:", kOptions, nullptr)) != -1;) {
         const Exit taken = take_option(session, command, option, args);
         if (taken != kDone)
             return taken;

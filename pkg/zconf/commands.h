@@ -2,6 +2,7 @@
 #define ZCONF_COMMANDS_H
 
 #include "session.h"
+#include "value_type.h"
 
 namespace zconf
 {
@@ -13,12 +14,20 @@ struct Args {
     int count = 0;
     long depth = -1; // below 0: all
     bool dos = false;
+    const char *type = nullptr;
+    bool unmask = false;
 
     const char *word(int i) const { return i < count ? words[i] : nullptr; }
 };
 
 // The options that a command takes besides the general ones.
-enum CommandOption : unsigned { kNoOption = 0, kDepthOption = 1, kDosOption = 2 };
+enum CommandOption : unsigned {
+    kNoOption = 0,
+    kDepthOption = 1,
+    kDosOption = 2,
+    kTypeOption = 4,
+    kUnmaskOption = 8
+};
 
 struct Command {
     const char *name;
@@ -74,6 +83,21 @@ Exit check_no_keys_lost(Session &session, const char *path);
 // key.
 Exit check_no_value_above(Session &session, const char *path);
 
+// Reads the name behind --type. Returns kDone or complains.
+Exit read_type(Session &session, const char *name, ValueType *type);
+
+// Loads the configuration keys from the tree, so that secrets can be read and written.
+void load_keys(Session &session);
+
+// Stores the secret that word 1 is, or that standard input has when it is "-", at `path`.
+Exit set_secret(Session &session, const Args &args, const char *path, const ValueType &type);
+
+// Prints the secret at `path`, which holds a value, in the clear. A NULL type: the kind that the tree lists.
+Exit print_unmasked(Session &session, const char *path, const ValueType *type);
+
+// Complains and returns kNo when the key at `path` is listed as a secret and `value` is not obscured.
+Exit check_not_in_clear(Session &session, const char *path, View value);
+
 // --- The commands.
 
 Exit run_get(Session &session, const Args &args);
@@ -85,6 +109,7 @@ Exit run_add(Session &session, const Args &args);
 Exit run_diff(Session &session, const Args &args);
 Exit run_merge(Session &session, const Args &args);
 Exit run_replace(Session &session, const Args &args);
+Exit run_reobscure(Session &session, const Args &args);
 Exit run_validate(Session &session, const Args &args);
 Exit run_format(Session &session, const Args &args);
 Exit run_batch(Session &session, const Args &args);

@@ -14,6 +14,26 @@ namespace zconf
 
 using kutil::common::value_leaf;
 
+namespace
+{
+
+Exit refuse_value(Session &session, const Args &args, const ValueType &type)
+{
+    kutil::TextBuilder known;
+    for (const code_names *row = type.words(); row && row->code != -1; row++) {
+        if (row->hidden || !row->names || !row->names[0])
+            continue;
+        known.append(known.empty() ? ": " : ", ");
+        known.append(row->names[0]);
+    }
+    if (args.columns)
+        session.set_column(args.columns[1]);
+    return session.complain(kMisuse, "%s: not %s%s", typed(args.word(1)).get(), type.description(),
+                            known.c_str());
+}
+
+} // namespace
+
 Exit run_set(Session &session, const Args &args)
 {
     const HeapText path = read_path(session, args, 0);
@@ -21,11 +41,22 @@ Exit run_set(Session &session, const Args &args)
         return kMisuse;
     if (is_top_path(path.get()))
         return session.complain(kMisuse, "\"%s\" names no key", typed(args.word(0)).get());
-    const Exit lost = check_no_keys_lost(session, path.get());
-    const Exit above = lost == kDone ? check_no_value_above(session, path.get()) : lost;
-    if (above == kDone)
-        set_set_path_str(session.tree(), path.get(), args.word(1));
-    return above;
+    ValueType type;
+    if (const Exit read = args.type ? read_type(session, args.type, &type) : kDone; read != kDone)
+        return read;
+    if (const Exit lost = check_no_keys_lost(session, path.get()); lost != kDone)
+        return lost;
+    if (const Exit above = check_no_value_above(session, path.get()); above != kDone)
+        return above;
+    if (args.type && type.is_secret())
+        return set_secret(session, args, path.get(), type);
+    const HeapText value(args.type ? type.to_stored(args.word(1)) : HeapText(kutil::copy_text(args.word(1))));
+    if (!value)
+        return refuse_value(session, args, type);
+    const Exit clear = check_not_in_clear(session, path.get(), value.get());
+    if (clear == kDone)
+        set_set_path_str(session.tree(), path.get(), value.get());
+    return clear;
 }
 
 Exit run_del(Session &session, const Args &args)

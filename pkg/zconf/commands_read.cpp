@@ -45,6 +45,11 @@ void print_listed_line(void *out, const char *line, size_t length)
 
 Exit run_get(Session &session, const Args &args)
 {
+    ValueType type;
+    if (const Exit read = args.type ? read_type(session, args.type, &type) : kDone; read != kDone)
+        return read;
+    if (args.unmask && args.type && !type.is_secret())
+        return session.complain(kMisuse, "--unmask: only --type secret and bin-secret go with it");
     Exit result;
     set **key = find_node(session, args, 0, &result);
     if (!key)
@@ -55,7 +60,14 @@ Exit run_get(Session &session, const Args &args)
                                 KeyCount(key).text);
     if (!leaf)
         return session.complain(kNo, "%s: holds no value", typed(args.word(0)).get());
-    print_line(session.out(), leaf->value, strlen(leaf->value));
+    if (args.unmask)
+        return print_unmasked(session, read_path(session, args, 0).get(), args.type ? &type : nullptr);
+    const HeapText text(args.type ? type.to_shown(leaf->value) : nullptr);
+    if (args.type && !text)
+        return session.complain(kNo, "%s: its value is not %s", typed(args.word(0)).get(),
+                                type.description());
+    const char *value = text ? text.get() : leaf->value;
+    print_line(session.out(), value, strlen(value));
     return kDone;
 }
 

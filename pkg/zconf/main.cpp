@@ -37,6 +37,12 @@ constexpr const char kHelpOptions[] =
     "hexadecimal digits; & itself is &26;. VALUE is taken, and printed by get, as it is.\n"
     "SRC and OTHER are files, - is standard input.\n"
     "\n"
+    "TYPE is int, u32, u64, hex, float, flag, time, ip, mac, bin, enum:NAME, secret or bin-secret. A secret "
+    "is\n"
+    "stored obscured, and read from standard input, without echo, when VALUE is -. Whatever prints shows it "
+    "as it\n"
+    "is stored; get --unmask shows it in the clear, escaped as in a listing.\n"
+    "\n"
     "A change is saved at once and whole, or not at all. While a file is being changed, others who want to "
     "change\n"
     "it are refused.\n"
@@ -48,9 +54,9 @@ void print_help()
 {
     printf("%s\nCommands:\n", kUsage);
     for (const Command *command = kCommands; command->name; command++) {
-        char call[40];
+        char call[48];
         snprintf(call, sizeof(call), "%s %s", command->name, command->usage);
-        printf("  %-25s %s\n", call, command->help);
+        printf("  %-34s %s\n", call, command->help);
     }
     fputs(kHelpOptions, stdout);
 }

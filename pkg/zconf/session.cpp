@@ -40,14 +40,14 @@ Exit Session::complain(Exit result, const char *format, ...)
     return result;
 }
 
-bool Session::claim_stdin()
+bool Session::check_stdin()
 {
-    if (stdin_claimed_) {
+    if (stdin_claimed_)
         complain(kMisuse, "standard input can be read only once");
-        return false;
-    }
-    return stdin_claimed_ = true;
+    return !stdin_claimed_;
 }
+
+bool Session::claim_stdin() { return check_stdin() && (stdin_claimed_ = true); }
 
 Exit Session::lock()
 {

@@ -59,6 +59,8 @@ public:
 
     // Standard input can be read once: returns false, with a complaint, when it has been.
     bool claim_stdin();
+    // Whether it can be: the same without claiming, for a terminal, which can be asked again.
+    bool check_stdin();
     // Loads another tree; "-" is standard input. NULL after a complaint.
     set *load_other(const char *path);
 

@@ -25,7 +25,11 @@ TEST(ZconfHost, TheShellCompletesCommandsPathsAndFiles)
         const char *replies;
     } rows[] = {
         {"-f c de", "del"},
-        {"-f c re", "replace"},
+        {"-f c rep", "replace"},
+        {"-f c get --", "--type --unmask"},
+        {"-f c set --type bin", "bin bin-secret"},
+        {"-f c set --type bin-secret wan/p", "wan/ppp/"},
+        {"-f c reobscure wi", "wifi/"},
         {"-f c get ''", "wan/ wifi/ a\\\\/b/ lone"},
         {"-f c get w", "wan/ wifi/"},
         {"-f c get wan/m", "wan/mtu wan/mode"},

@@ -2,9 +2,13 @@
 
 #include "common/file_lock.h"
 #include "programs/child_program.h"
+#include "zconf/value_type.h"
 
+#include <csignal>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <termios.h>
 
 namespace
 {
@@ -20,6 +24,37 @@ constexpr const char *kBase = "(conf\n"
                               "  )\n"
                               "  (empty)\n"
                               ")\n";
+
+struct Row {
+    std::vector<std::string> words;
+    int exit_code;
+    std::string out;
+    std::string err; // a part of it; "" for nothing at all
+};
+
+void expect(const ProgramResult &result, int exit_code, const std::string &out, const std::string &err,
+            const std::string &what)
+{
+    EXPECT_EQ(result.exit_code, exit_code) << what << "\n" << result.err;
+    EXPECT_EQ(result.out, out) << what;
+    if (err.empty())
+        EXPECT_EQ(result.err, "") << what;
+    else
+        EXPECT_NE(result.err.find(err), std::string::npos) << what << "\n" << result.err;
+}
+
+std::string joined(const std::vector<std::string> &words)
+{
+    std::string all;
+    for (const std::string &word : words)
+        all += "[" + word + "]";
+    return all;
+}
+
+struct Step {
+    Row row;
+    std::string input;
+};
 
 // A folder with the file "c", in which zconf is run.
 class Zconf : public testing::Test
@@ -43,36 +78,20 @@ protected:
         return run_program(folder, aside, words, input, prepare);
     }
     std::string list() { return zconf({"list"}).out; }
+    // Runs rows on the file that the rows before left.
+    void expect_in_turn(const std::vector<Step> &steps)
+    {
+        for (const Step &step : steps) {
+            const Row &row = step.row;
+            const ProgramResult result = zconf(row.words, step.input);
+            expect(result, row.exit_code, row.out, row.err, joined(row.words));
+            EXPECT_EQ(result.err.find("geheim"), std::string::npos) << result.err;
+        }
+    }
 
     ScratchFolder folder;
     ScratchFolder aside;
 };
-
-struct Row {
-    std::vector<std::string> words;
-    int exit_code;
-    const char *out;
-    const char *err; // a part of it; "" for nothing at all
-};
-
-void expect(const ProgramResult &result, int exit_code, const std::string &out, const std::string &err,
-            const std::string &what)
-{
-    EXPECT_EQ(result.exit_code, exit_code) << what << "\n" << result.err;
-    EXPECT_EQ(result.out, out) << what;
-    if (err.empty())
-        EXPECT_EQ(result.err, "") << what;
-    else
-        EXPECT_NE(result.err.find(err), std::string::npos) << what << "\n" << result.err;
-}
-
-std::string joined(const std::vector<std::string> &words)
-{
-    std::string all;
-    for (const std::string &word : words)
-        all += "[" + word + "]";
-    return all;
-}
 
 } // namespace
 
@@ -87,8 +106,8 @@ TEST_F(Zconf, ReadsWithoutTouchingTheFolder)
         {{"get", "lan/x"}, 1, "", "lan/x: no such key"},
         {{"get", "a&b"}, 2, "", "a&b: character 2: not an escape"},
         {{"get", "wan/mtu\\"}, 2, "", "character 8: a path does not end in a backslash"},
-        {{"get"}, 2, "", "usage: get PATH"},
-        {{"get", "a", "b"}, 2, "", "usage: get PATH"},
+        {{"get"}, 2, "", "usage: get [--type TYPE] [--unmask] PATH"},
+        {{"get", "a", "b"}, 2, "", "usage: get [--type TYPE] [--unmask] PATH"},
         {{"list"},
          0,
          "wan/mtu=1500\nwan/name=Fibre &26; co\nwan/dns/0=192.0.2.1\nwan/dns/3=192.0.2.2\nempty/\n",
@@ -155,6 +174,249 @@ TEST_F(Zconf, ChangesOneThingAndNothingElse)
             EXPECT_EQ(folder.read("c"), kBase);
         }
     }
+}
+
+// Empty: no value of the type. What is stored is what every program of the gateway reads back.
+TEST(ZconfTypes, TakeWhatFitsAndRefuseTheRest)
+{
+    const struct {
+        const char *type;
+        const char *text;
+        const char *stored;
+        const char *shown;
+    } rows[] = {
+        {"int", "-5", "-5", "-5"},
+        {"int", " +007", "7", "7"},
+        {"int", "-2147483648", "-2147483648", "-2147483648"},
+        {"int", "2147483648", "", ""},
+        {"int", "12x", "", ""},
+        {"int", "", "", ""},
+        {"u32", "4294967295", "4294967295", "4294967295"},
+        {"u32", "4294967296", "", ""},
+        {"u32", "-1", "", "4294967295"},
+        {"u64", "018446744073709551615", "18446744073709551615", "18446744073709551615"},
+        {"u64", "18446744073709551616", "", ""},
+        {"u64", "-1", "", "18446744073709551615"},
+        {"u64", "0", "0", "0"},
+        {"u64", "1 ", "", ""},
+        {"hex", "0xFfffFfff", "ffffffff", "ffffffff"},
+        {"hex", "00000000000a", "a", "a"},
+        {"hex", "100000000", "", ""},
+        {"hex", "0x", "", ""},
+        {"hex", "-1", "", ""},
+        {"float", "-1.5e2", "-150.000000", "-150.000000"},
+        {"float", "0.1", "0.100000", "0.100000"},
+        {"float", "0.12345678", "", "0.123457"},
+        {"float", "1e70", "", ""},
+        {"float", "inf", "", ""},
+        {"float", "nan", "", ""},
+        {"float", "1,5", "", ""},
+        {"flag", "7", "1", "1"},
+        {"flag", "0", "0", "0"},
+        {"flag", "on", "", ""},
+        {"time", "-1", "18446744073709551615", "-1"},
+        {"time", "18446744073709551615", "", "-1"},
+        {"time", "4294967296", "4294967296", "4294967296"},
+        {"time", "-9223372036854775808", "9223372036854775808", "-9223372036854775808"},
+        {"time", "-9223372036854775809", "", "9223372036854775807"},
+        {"ip", "192.0.2.1", "192.0.2.1", "192.0.2.1"},
+        {"ip", "2001:DB8:0:0::1", "2001:db8::1", "2001:db8::1"},
+        {"ip", "192.0.2.256", "", ""},
+        {"ip", "", "", ""},
+        {"mac", "00:1A:ff:0:1:2", "", ""},
+        {"mac", "00:1A:fF:00:01:02", "00:1a:ff:00:01:02", "00:1a:ff:00:01:02"},
+        {"mac", "1:2:3:4:5:6:zzzzz", "", ""},
+        {"bin", "00fFaA", "00ffaa", "00ffaa"},
+        {"bin", "abc", "", ""},
+        {"bin", "0g", "", ""},
+        {"enum:fw_level_t", "low", "low", "low"},
+        {"enum:fw_level_t_str", "LOW", "", ""},
+        {"enum:fw_level_t", "", "", ""},
+        {"enum:eap_method_id_t", "MD5-Challenge", "md5_challenge", "md5_challenge"},
+        {"secret", "d87262453b74189e3c029f0535ddeecb", nullptr, "d87262453b74189e3c029f0535ddeecb"},
+        {"secret", "d87262453b74189e", nullptr, ""},
+        {"bin-secret", "d872", nullptr, "d872"},
+        {"bin-secret", "clear", nullptr, ""},
+    };
+    for (const auto &row : rows) {
+        zconf::ValueType type;
+        ASSERT_TRUE(type.read(row.type)) << row.type;
+        EXPECT_EQ(type.is_secret(), row.stored == nullptr) << row.type;
+        const auto text_of = [](const kutil::HeapText &text) { return std::string(text ? text.get() : ""); };
+        if (row.stored) {
+            EXPECT_EQ(text_of(type.to_stored(row.text)), row.stored) << row.type << " " << row.text;
+        }
+        EXPECT_EQ(text_of(type.to_shown(row.text)), row.shown) << row.type << " " << row.text;
+    }
+    for (const char *none : {"", "int ", "enum", "enum:", "enum:none", "str"})
+        EXPECT_FALSE(zconf::ValueType().read(none)) << none;
+}
+
+TEST_F(Zconf, TypesStandInFrontOfThePath)
+{
+    expect_in_turn({
+        {{{"set", "--type", "u32", "wan/mtu", "1492 "}, 2, "", "1492 : not a decimal number from 0"}, ""},
+        {{{"set", "--type=enum:fw_level_t", "fw", "no"}, 2, "", "enumeration: disabled, low, standard"}, ""},
+        {{{"get", "fw"}, 1, "", "fw: no such key"}, ""},
+        {{{"set", "--type", "hex", "wan/mtu", "0x5DC"}, 0, "", ""}, ""},
+        {{{"get", "wan/mtu"}, 0, "5dc\n", ""}, ""},
+        {{{"get", "--type", "int", "wan/mtu"}, 1, "", "wan/mtu: its value is not a decimal number"}, ""},
+        {{{"get", "--type", "text", "wan/mtu"}, 2, "", "--type: text: not one of int, u32"}, ""},
+        {{{"get", "--type"}, 2, "", "get: the last option needs an argument"}, ""},
+        {{{"get", "--unmask", "--type", "hex", "wan/mtu"}, 2, "", "only --type secret"}, ""},
+        {{{"del", "--type", "hex", "wan/mtu"}, 2, "", "no such option"}, ""},
+        {{{"batch"}, 2, "", "standard input:2:18: x: not a decimal"}, "a=1\nset --type int a x"},
+        {{{"batch"}, 0, "-1\n", ""}, "set --type time t -1\nget --type time t"},
+    });
+}
+
+namespace
+{
+
+constexpr const char *kSecretBase = "(conf(encryption(obscured_params"
+                                    "(0(name(user/0/password))(type(str)))(1(name(/vpn//key))(type(bin)))))"
+                                    "(user(0(name(ann)))))";
+constexpr const char *kSecretStored = "261ca62d54f41b4cf9ff82243c488460"; // "secret" under the built-in key
+constexpr const char *kDeviceKey = "00112233445566778899aabbccddeeff00112233445566778899AABBCCDDEEFF";
+
+} // namespace
+
+TEST_F(Zconf, SecretsAreStoredObscuredAndShownOnRequestOnly)
+{
+    const std::string password = "user/0/password";
+    const std::string stored = std::string(kSecretStored) + "\n";
+    folder.write("c", kSecretBase);
+    expect_in_turn({
+        {{{"set", password, "geheim"}, 1, "", "user/0/password: is a secret, and this value is not"}, ""},
+        {{{"set", "--type", "int", password, "5"}, 1, "", "--type secret obscures it"}, ""},
+        {{{"set", "/user//0/pass\\word", "00ff"}, 1, "", "is a secret"}, ""},
+        {{{"set", "--type", "secret", password, "-"}, 0, "", ""}, "secret\n"},
+        {{{"get", password}, 0, stored, ""}, ""},
+        {{{"get", "--type", "secret", password}, 0, stored, ""}, ""},
+        {{{"list", "user"}, 0, "user/0/name=ann\nuser/0/password=" + stored, ""}, ""},
+        {{{"get", "--unmask", password}, 0, "secret\n", ""}, ""},
+        {{{"set", password, kSecretStored}, 0, "", ""}, ""},
+        {{{"set", "--type", "bin-secret", password, "00"}, 1, "", "is listed as a secret"}, ""},
+        {{{"set", "--type", "secret", "vpn/key", "geheim"}, 1, "", "is listed as a bin-secret"}, ""},
+        {{{"set", "--type", "bin-secret", "vpn/key", "geheim"}, 2, "", "vpn/key: the value is not bytes"},
+         ""},
+        {{{"set", "--type", "bin-secret", "vpn/key", "-"}, 0, "", ""}, "00FF10"},
+        {{{"get", "--unmask", "vpn/key"}, 0, "00ff10\n", ""}, ""},
+        {{{"get", "--unmask", "user/0/name"}, 1, "", "user/0/name: is not listed as a secret"}, ""},
+        {{{"get", "--unmask", "--type", "secret", "user/0/name"}, 1, "", "was not obscured as a secret"}, ""},
+        {{{"set", "--type", "secret", "note", "\x1b[2J\xff\n"}, 0, "", "note: stored, but not listed"}, ""},
+        {{{"get", "--unmask", "--type", "secret", "note"}, 0, "&1b;[2J&ff;&0a;\n", ""}, ""},
+        {{{"set", "--type", "secret", password, "-"}, 0, "", ""}, ""},
+        {{{"get", "--unmask", password}, 0, "\n", ""}, ""},
+        {{{"set", "--type", "secret", password, "-"}, 2, "", "no NUL"}, std::string("a\0b", 3)},
+        {{{"set", "--type", "secret", password, "-"}, 2, "", "too long"}, std::string(65537, 'x')},
+        {{{"batch"}, 2, "", "standard input can be read only once"}, "set --type secret user/0/password -"},
+        {{{"--force", "set", password, "clear"}, 0, "", ""}, ""},
+        {{{"get", "--unmask", password}, 1, "", "user/0/password: its value was not obscured"}, ""},
+    });
+    expect(plain({"-f", "-", "set", "--type", "secret", "p", "-"}, kSecretBase), 2, "", "only once",
+           "stream");
+}
+
+TEST_F(Zconf, ReobscuresWithTheDeviceKeyWhatTheBuiltInKeyHides)
+{
+    const std::string key = "manufacturer/zel_conf/key";
+    folder.write("c", kSecretBase);
+    expect_in_turn({
+        {{{"set", "--type", "secret", "user/0/password", "-"}, 0, "", ""}, "secret"},
+        {{{"reobscure"}, 1, "", "manufacturer/zel_conf/key: holds no usable key"}, ""},
+        {{{"set", key, "geheim"}, 1, "", "is a secret"}, ""},
+        {{{"set", "--type", "secret", key, "geheim"}, 2, "", "is not a key of 64 hexadecimal digits"}, ""},
+        {{{"set", "--type", "secret", key, "-"}, 0, "", ""}, std::string(kDeviceKey) + "\n"},
+        {{{"get", "--unmask", key}, 0, std::string(kDeviceKey) + "\n", ""}, ""},
+        {{{"get", "--unmask", "user/0/password"}, 1, "", "was not obscured as a secret with the current key"},
+         ""},
+        {{{"reobscure", "vpn"}, 0, "0 obscured anew, 0 left as they are, 0 without a value\n", ""}, ""},
+        {{{"reobscure", "user"}, 0, "1 obscured anew, 0 left as they are, 0 without a value\n", ""}, ""},
+        {{{"get", "--unmask", "user/0/password"}, 0, "secret\n", ""}, ""},
+        {{{"set", "--type", "secret", key, kDeviceKey}, 1, "", "could not be read any more (--force"}, ""},
+    });
+    EXPECT_NE(zconf({"get", "user/0/password"}).out, std::string(kSecretStored) + "\n");
+    const std::string whole = folder.read("c");
+    expect(zconf({"reobscure"}), 1, "", "1 of 1 secrets cannot be obscured anew, so nothing was", "again");
+    EXPECT_EQ(folder.read("c"), whole);
+    expect_in_turn({
+        {{{"set", "--type", "bin-secret", "vpn/key", "0102"}, 0, "", ""}, ""},
+        {{{"--force", "reobscure"},
+          0,
+          "1 obscured anew, 1 left as they are, 0 without a value\n",
+          "user/0/password is not obscured with the built-in key"},
+         ""},
+        {{{"get", "--unmask", "vpn/key"}, 0, "0102\n", ""}, ""},
+        {{{"set", "encryption/obscured_params/9/name", key}, 0, "", ""}, ""},
+        {{{"--force", "reobscure"}, 1, "", "stays obscured with the built-in key"}, ""},
+        {{{"--force", "set", key, "00"}, 0, "", ""}, ""},
+        {{{"set", "--type", "secret", "user/0/password", "secret"}, 0, "", "holds no usable key"}, ""},
+        {{{"get", "user/0/password"}, 0, std::string(kSecretStored) + "\n", ""}, ""},
+    });
+}
+
+namespace
+{
+
+// Runs zconf on a terminal of its own, on which `typed` is typed when it asks. Returns its status and all
+// that the terminal showed; *echo: whether the terminal shows again what is typed.
+int run_on_terminal(const ScratchFolder &folder, const std::string &typed, std::string *shown, bool *echo)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    grantpt(master);
+    unlockpt(master);
+    const std::string name = ptsname(master);
+    const int slave = open(name.c_str(), O_RDWR | O_NOCTTY); // keeps it open when the program has ended
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        setsid();
+        signal(SIGINT, SIG_DFL);
+        alarm(20); // rather than hang
+        const int terminal = open(name.c_str(), O_RDWR);
+        ioctl(terminal, TIOCSCTTY, 0);
+        if (chdir(folder.path().c_str()) != 0 || dup2(terminal, 0) < 0 || dup2(terminal, 1) < 0 ||
+            dup2(terminal, 2) < 0)
+            _exit(126);
+        execl(KUTIL_ZCONF, KUTIL_ZCONF, "-f", "c", "set", "--type", "secret", "user/0/password", "-",
+              static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    char byte;
+    while (shown->find("password: ") == std::string::npos && read(master, &byte, 1) == 1)
+        *shown += byte;
+    EXPECT_EQ(write(master, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    int status = 0;
+    waitpid(child, &status, 0);
+    struct termios mode = {};
+    *echo = tcgetattr(slave, &mode) == 0 && (mode.c_lflag & ECHO) != 0;
+    for (int left = 0; ioctl(master, FIONREAD, &left) == 0 && left > 0 && read(master, &byte, 1) == 1;)
+        *shown += byte;
+    close(slave);
+    close(master);
+    return status;
+}
+
+} // namespace
+
+TEST_F(Zconf, ATerminalIsAskedForASecretAndShowsNothingOfIt)
+{
+    folder.write("c", kSecretBase);
+    std::string shown;
+    bool echo = false;
+    EXPECT_EQ(run_on_terminal(folder, "geheim\n", &shown, &echo), 0) << shown;
+    EXPECT_EQ(shown, "Secret for user/0/password: \r\n");
+    EXPECT_TRUE(echo);
+    EXPECT_EQ(zconf({"get", "--unmask", "user/0/password"}).out, "geheim\n");
+    // Interrupted in the middle: it ends as if nobody had caught the signal.
+    const std::string whole = folder.read("c");
+    shown.clear();
+    const int status = run_on_terminal(folder, "half\x03", &shown, &echo);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    EXPECT_TRUE(echo);
+    EXPECT_EQ(shown.find("half"), std::string::npos) << shown;
+    EXPECT_EQ(folder.read("c"), whole);
 }
 
 TEST_F(Zconf, AddGoesOnFromTheGreatestNumberInWhateverOrder)
@@ -246,7 +508,7 @@ TEST_F(Zconf, ABatchIsSavedWholeOrNotAtAll)
         {"a=1\n b=&2;\n", 2, "", "standard input:2:4: \"&\" does not start", ""},
         {"a=1\nset 'b\n", 2, "", "standard input:2:5: a quote that is not closed", ""},
         {"a=1\nset b \\", 2, "", "standard input:2:7: a backslash at the end", ""},
-        {"a=1\nset b", 2, "", "standard input:2:1: usage: set PATH VALUE", ""},
+        {"a=1\nset b", 2, "", "standard input:2:1: usage: set [--type TYPE] PATH VALUE", ""},
         {"a=1\nprint --deep", 2, "", "standard input:2:1: print: no such option", ""},
         {"a=1\nset b&1 1", 2, "", "standard input:2:5: b&1: character 2", ""},
         {"a=1\nformat\n", 2, "", "standard input:2:1: format: not possible in a script", ""},
@@ -432,7 +694,7 @@ TEST_F(Zconf, HelpTheManualAndTheCompletionKnowEveryCommand)
         EXPECT_NE(completion.find(" " + name), std::string::npos) << name;
         count++;
     }
-    EXPECT_EQ(count, 12U);
+    EXPECT_EQ(count, 13U);
     EXPECT_EQ(plain({"--version"}).out.substr(0, 6), "zconf ");
 }
 
