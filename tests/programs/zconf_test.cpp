@@ -359,9 +359,11 @@ TEST_F(Zconf, ReobscuresWithTheDeviceKeyWhatTheBuiltInKeyHides)
 namespace
 {
 
-// Runs zconf on a terminal of its own, on which `typed` is typed when it asks. Returns its status and all
-// that the terminal showed; *echo: whether the terminal shows again what is typed.
-int run_on_terminal(const ScratchFolder &folder, const std::string &typed, std::string *shown, bool *echo)
+// Runs zconf on a terminal of its own, on which `typed` is typed when it asks; it then gets `number` unless
+// 0. Returns its status and all that the terminal showed; *echo: whether the terminal shows again what is
+// typed.
+int run_on_terminal(const ScratchFolder &folder, const std::string &typed, int number, std::string *shown,
+                    bool *echo)
 {
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
     grantpt(master);
@@ -387,6 +389,8 @@ int run_on_terminal(const ScratchFolder &folder, const std::string &typed, std::
     while (shown->find("password: ") == std::string::npos && read(master, &byte, 1) == 1)
         *shown += byte;
     EXPECT_EQ(write(master, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    if (number)
+        kill(child, number);
     int status = 0;
     waitpid(child, &status, 0);
     struct termios mode = {};
@@ -405,14 +409,14 @@ TEST_F(Zconf, ATerminalIsAskedForASecretAndShowsNothingOfIt)
     folder.write("c", kSecretBase);
     std::string shown;
     bool echo = false;
-    EXPECT_EQ(run_on_terminal(folder, "geheim\n", &shown, &echo), 0) << shown;
+    EXPECT_EQ(run_on_terminal(folder, "geheim\n", 0, &shown, &echo), 0) << shown;
     EXPECT_EQ(shown, "Secret for user/0/password: \r\n");
     EXPECT_TRUE(echo);
     EXPECT_EQ(zconf({"get", "--unmask", "user/0/password"}).out, "geheim\n");
     // Interrupted in the middle: it ends as if nobody had caught the signal.
     const std::string whole = folder.read("c");
     shown.clear();
-    const int status = run_on_terminal(folder, "half\x03", &shown, &echo);
+    const int status = run_on_terminal(folder, "half", SIGINT, &shown, &echo);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
     EXPECT_TRUE(echo);
     EXPECT_EQ(shown.find("half"), std::string::npos) << shown;
