@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -25,6 +26,11 @@ public:
     SilentTerminal()
     {
         caught_signal = 0;
+        sigset_t held; // but in the waiting, so that none comes just before it and is not noticed
+        sigemptyset(&held);
+        for (const int number : kSignals)
+            sigaddset(&held, number);
+        sigprocmask(SIG_BLOCK, &held, &saved_mask_);
         struct sigaction note = {};
         note.sa_handler = [](int number) { caught_signal = number; };
         for (size_t i = 0; i < kCount; i++) {
@@ -44,33 +50,47 @@ public:
             tcsetattr(STDIN_FILENO, TCSADRAIN, &shown_);
         for (size_t i = 0; i < kCount; i++)
             sigaction(kSignals[i], &saved_[i], nullptr);
+        sigprocmask(SIG_SETMASK, &saved_mask_, nullptr);
         if (caught_signal)
             raise(caught_signal);
     }
     SilentTerminal(const SilentTerminal &) = delete;
     SilentTerminal &operator=(const SilentTerminal &) = delete;
     bool silent() const { return silent_; }
+    // False when a signal came before there is something to read.
+    bool wait() const
+    {
+        struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+        while (ppoll(&input, 1, nullptr, &saved_mask_) < 0) {
+            if (errno != EINTR || caught_signal)
+                return false;
+        }
+        return true;
+    }
 
 private:
     static constexpr int kSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP};
     static constexpr size_t kCount = std::size(kSignals);
     struct sigaction saved_[kCount];
+    sigset_t saved_mask_;
     struct termios shown_ = {};
     bool silent_;
 };
 
-// Reads up to the end, with `line` up to a line end, at most `size` bytes. Returns how many, -1 on failure.
-ssize_t read_up_to(char *to, size_t size, bool line)
+// Reads up to the end, on a terminal up to a line end, at most `size` bytes. Returns how many, -1 on failure.
+ssize_t read_up_to(char *to, size_t size, const SilentTerminal *terminal)
 {
     size_t length = 0;
     while (length < size) {
+        if (terminal && !terminal->wait())
+            return -1;
         const ssize_t got = read(STDIN_FILENO, to + length, size - length);
-        if (got < 0 && (errno != EINTR || caught_signal))
+        if (got < 0 && errno != EINTR)
             return -1;
         if (got == 0)
             break;
         length += got > 0 ? static_cast<size_t>(got) : 0;
-        if (line && length > 0 && to[length - 1] == '\n')
+        if (terminal && length > 0 && to[length - 1] == '\n')
             break;
     }
     return static_cast<ssize_t>(length);
@@ -85,7 +105,7 @@ ssize_t read_from_terminal(char *to, size_t size, const char *what)
             if (!scope.silent())
                 return -1;
             fprintf(stderr, "Secret for %s: ", what);
-            length = read_up_to(to, size, true);
+            length = read_up_to(to, size, &scope);
         }
         if (length >= 0 || !caught_signal) // else it was stopped, and goes on now
             return length;
@@ -102,7 +122,7 @@ char *read_secret_input(Session &session, const char *what)
     kutil::Heap<char> text(kutil::new_array<char>(kMaxLength + 2));
     caught_signal = 0;
     const ssize_t got = terminal ? read_from_terminal(text.get(), kMaxLength + 2, what)
-                                 : read_up_to(text.get(), kMaxLength + 2, false);
+                                 : read_up_to(text.get(), kMaxLength + 2, nullptr);
     const char *fault = got < 0 ? strerror(errno) : nullptr;
     size_t length = got < 0 ? 0 : static_cast<size_t>(got);
     if (length > 0 && text.get()[length - 1] == '\n')
