@@ -131,6 +131,8 @@ bool Relay::listen()
             zel_error_full(kEntity, kErr, "relay: cannot listen on %s", options_.words[2 * i]);
             return false;
         }
+        // Clients that come all at once shall not have to knock twice.
+        ::listen(eserver_fd_get(pair.server, 0), SOMAXCONN);
         zel_error_full(kEntity, kNotice, "relay: listening on %s", EndpointText(real_endpoint(pair)).text());
     }
     return true;
