@@ -1,5 +1,5 @@
-// What the library's objects cost in memory: heap of one object, and private dirty memory of an idle process. Prints
-// NAME, a tab and a number per line; scripts/size reads it.
+// What the library's objects cost in memory: heap of one object, and private dirty memory of an idle process.
+// Prints NAME, a tab and a number per line; scripts/size reads it.
 
 #include "util/kutil.h"
 
@@ -11,7 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 size_t heap_in_use() { return mallinfo2().uordblks; }
 
@@ -84,7 +85,8 @@ int main()
         set_set_path_str(&keys, name, "value");
     });
     event_loop_init();
-    measure("timer", kCount, [](intptr_t i) { event_timer_set(1e9, ignore_timer, reinterpret_cast<void *>(i)); });
+    measure("timer", kCount,
+            [](intptr_t i) { event_timer_set(1e9, ignore_timer, reinterpret_cast<void *>(i)); });
     measure("descriptor watch", 500, [](int) { event_fd_set(dup(0), EVENT_READ, ignore_fd, nullptr); });
     measure("idle stream with a line request", 200, [](int) {
         int ends[2];

@@ -3,13 +3,13 @@
 
 /* api.h: what every public header of the library opens with. It declares nothing of its own.
  *
- * KUTIL_API marks an exported declaration; a name without it is not part of the library. KUTIL_PRINTF(f, a) lets the
- * compiler check a printf-style call whose format is argument f and whose first value is argument a (0: a va_list).
- * KUTIL_SENTINEL lets it check that a variadic list ends with NULL. KUTIL_BEGIN_DECLS and KUTIL_END_DECLS give C
- * linkage to what stands between them.
+ * KUTIL_API marks an exported declaration; a name without it is not part of the library. KUTIL_PRINTF(f, a)
+ * lets the compiler check a printf-style call whose format is argument f and whose first value is argument a
+ * (0: a va_list). KUTIL_SENTINEL lets it check that a variadic list ends with NULL. KUTIL_BEGIN_DECLS and
+ * KUTIL_END_DECLS give C linkage to what stands between them.
  *
- * There is no nonnull attribute anywhere: NULL is a legal argument of every function, and the compiler would delete
- * the checks. */
+ * There is no nonnull attribute anywhere: NULL is a legal argument of every function, and the compiler would
+ * delete the checks. */
 
 #ifndef KUTIL_API
 #define KUTIL_API __attribute__((visibility("default")))
