@@ -36,9 +36,8 @@ struct List {
 void fill(attrib **list, const char *entries)
 {
     for (const char *at = entries; *at; at = strchr(at, ';') + 1) {
-        const char *equals = strchr(at, '=');
-        attrib_addset(list, std::string(at, equals).c_str(),
-                      std::string(equals + 1, strchr(at, ';')).c_str());
+        const char *equals = strchr(at, '='), *end = strchr(at, ';'); // some C libraries give a char *
+        attrib_addset(list, std::string(at, equals).c_str(), std::string(equals + 1, end).c_str());
     }
 }
 
