@@ -881,9 +881,19 @@ TEST_P(EventLoop, ChildrenAreReapedAndTold)
     while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR)
         ; // the dropped one, when it ended after the loop
 
-    const int unknown = child_that_exits(0);
+    // It ends when the new loop is up: what ended before that is nobody's.
+    int gate[2];
+    ASSERT_EQ(pipe(gate), 0);
+    const pid_t unknown = fork();
+    if (unknown == 0) {
+        close(gate[1]);
+        char byte;
+        _exit(read(gate[0], &byte, 1) < 0);
+    }
+    close(gate[0]);
     event_sigchild_set(unknown, on_child, name("of the old loop"));
     event_loop_init();
+    close(gate[1]);
     while (waitid(P_PID, static_cast<id_t>(unknown), nullptr, WEXITED | WNOWAIT) < 0)
         ;
     run(1);
