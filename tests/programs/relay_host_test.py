@@ -65,15 +65,15 @@ class Relay:
     """The program between its start and its end, with what it reports."""
 
     def __init__(self, *words):
-        self.err = tempfile.TemporaryFile("w+")
+        self.err = tempfile.TemporaryFile()
         self.process = subprocess.Popen([RELAY, *words], stdout=subprocess.DEVNULL, stderr=self.err)
         atexit.register(self.process.kill)
         count = len([word for word in words if word[-1].isdigit() and ":" in word]) // 2
         until(lambda: len(self.ports()) == count or self.process.poll() is not None)
 
     def reports(self):
-        self.err.seek(0)
-        return self.err.read()
+        # Never seek: the program writes where this offset stands.
+        return os.pread(self.err.fileno(), os.fstat(self.err.fileno()).st_size, 0).decode()
 
     def ports(self):
         return [int(port) for port in re.findall(r"listening on .*:(\d+)\n", self.reports())]
