@@ -79,15 +79,18 @@ bool keep_owner(int fd, const struct stat &old, Owner owner, const char *resolve
     struct stat fresh;
     if (fstat(fd, &fresh) != 0)
         return problem->set_errno(resolved, "cannot look at the temporary file");
-    const bool same = fresh.st_uid == old.st_uid && fresh.st_gid == old.st_gid;
-    const bool kept = same || fchown(fd, old.st_uid, old.st_gid) == 0;
+    const bool same_group = fresh.st_gid == old.st_gid;
+    const bool kept = (same_group && fresh.st_uid == old.st_uid) || fchown(fd, old.st_uid, old.st_gid) == 0;
     if (!kept && owner == Owner::must_keep) {
         return problem->set("%s: its owner %lu and group %lu cannot be kept: %s", resolved,
                             static_cast<unsigned long>(old.st_uid), static_cast<unsigned long>(old.st_gid),
                             strerror(errno));
     }
-    // In other hands the bits that run a file as its owner or group would mean somebody else.
-    const mode_t mode = old.st_mode & (kept ? 07777 : 01777);
+    // In other hands the bits that run a file as its owner or group would mean somebody else, and what the
+    // old group was allowed would go to another one: that gets no more than anybody.
+    mode_t mode = old.st_mode & (kept ? 07777 : 01777);
+    if (!kept && !same_group && fchown(fd, static_cast<uid_t>(-1), old.st_gid) != 0)
+        mode = (mode & ~S_IRWXG) | (mode & ((mode & S_IRWXO) << 3));
     return fchmod(fd, mode) == 0 || problem->set_errno(resolved, "cannot set the mode");
 }
 

@@ -26,7 +26,8 @@ enum class Owner {
 bool durable_save(const char *resolved, View text, Owner owner, Problem *problem);
 
 // keep_owner is the step of it that gives the open temporary file the owner and mode of the `old` one. With
-// Owner::may_change a file whose owner cannot be kept loses its set-id bits.
+// Owner::may_change a file whose owner or group cannot be kept loses its set-id bits, and one whose group
+// cannot be kept grants its new group only what it grants to everybody.
 bool keep_owner(int fd, const struct stat &old, Owner owner, const char *resolved, Problem *problem);
 
 // DurableFile is durable_save for a text that is made bit by bit: write to fd() between open() and commit().

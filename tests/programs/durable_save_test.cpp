@@ -83,7 +83,7 @@ TEST(DurableSave, KeepsTheOwnerOrRefuses)
         const std::string reason = strerror(errno);
         const int fd = open(path.c_str(), O_RDWR);
         struct stat old = {};
-        old.st_mode = S_IFREG | 06755;
+        old.st_mode = S_IFREG | 06775;
         old.st_uid = 4321;
         old.st_gid = 1234;
         Problem problem;
@@ -94,9 +94,9 @@ TEST(DurableSave, KeepsTheOwnerOrRefuses)
         close(fd);
         return;
     }
-    ASSERT_EQ(chmod(path.c_str(), 06755), 0);
+    ASSERT_EQ(chmod(path.c_str(), 06775), 0);
     EXPECT_EQ(save(path, "new"), "");
-    EXPECT_EQ(permissions(path), "6755 4321:1234");
+    EXPECT_EQ(permissions(path), "6775 4321:1234");
 
     ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
     const ChildResult child = run_in_child([&] {
