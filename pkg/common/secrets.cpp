@@ -91,21 +91,35 @@ char *normal_path(const char *path)
     return normal.release();
 }
 
-Secret secret_at(set **tree, const char *path)
+void for_each_secret(set **tree, void (*visit)(void *context, const char *path, Secret kind), void *context)
 {
-    const HeapText wanted(normal_path(path));
-    if (!wanted || !*wanted)
-        return Secret::none;
-    if (View(wanted.get()) == kDeviceKeyPath || View(wanted.get()) == kFactoryKeyPath)
-        return Secret::key;
+    visit(context, kDeviceKeyPath, Secret::key);
+    visit(context, kFactoryKeyPath, Secret::key);
     set **params = set_get(tree, "encryption/obscured_params");
     for (set **param = set_get_son(params, 0); param; param = set_get_next(param)) {
-        const HeapText listed(normal_path(set_get_path_strz(param, "name")));
-        if (listed && strcmp(listed.get(), wanted.get()) == 0)
-            return str2code(obscure_type_str, set_get_path_str(param, "type")) == 0 ? Secret::text
-                                                                                    : Secret::bytes;
+        const HeapText path(normal_path(set_get_path_strz(param, "name")));
+        const int type = str2code(obscure_type_str, set_get_path_str(param, "type"));
+        if (path && *path)
+            visit(context, path.get(), type == 0 ? Secret::text : Secret::bytes);
     }
-    return Secret::none;
+}
+
+Secret secret_at(set **tree, const char *path)
+{
+    const HeapText normal(normal_path(path));
+    struct {
+        const char *path;
+        Secret kind;
+    } wanted = {normal.get(), Secret::none};
+    if (!normal || !*normal)
+        return Secret::none;
+    const auto look = [](void *context, const char *listed, Secret kind) {
+        auto *const self = static_cast<decltype(wanted) *>(context);
+        if (self->kind == Secret::none && strcmp(listed, self->path) == 0)
+            self->kind = kind;
+    };
+    for_each_secret(tree, look, &wanted);
+    return wanted.kind;
 }
 
 bool looks_obscured(View text, Secret kind)

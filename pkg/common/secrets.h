@@ -47,6 +47,11 @@ private:
 // takes nothing.
 char *normal_path(const char *path);
 
+// Calls visit(context, path, kind) for the configuration's own keys and for each secret that the tree lists,
+// with the normal path. An entry of a kind that is not known counts as bytes, one without a usable path for
+// none; a path that is listed twice comes twice, and the first time counts.
+void for_each_secret(set **tree, void (*visit)(void *context, const char *path, Secret kind), void *context);
+
 // The kind of the key at `path`, which need not be there.
 Secret secret_at(set **tree, const char *path);
 

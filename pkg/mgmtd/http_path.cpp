@@ -1,5 +1,7 @@
 #include "http_path.h"
 
+#include "common/secrets.h"
+
 #include <algorithm>
 
 namespace mgmtd
@@ -97,24 +99,12 @@ void append_tree_name(TextBuilder *out, View name)
 
 char *normal_path(const char *path)
 {
-    TextBuilder normal;
+    HeapText normal(kutil::common::normal_path(kutil::text_or_empty(path)));
     size_t names = 0;
-    for (const char *p = kutil::text_or_empty(path); *p;) {
-        if (*p == '/') {
-            p++;
-            continue;
-        }
-        if (names++ > 0)
-            normal.append('/');
-        if (names > kMaxLevels)
-            return nullptr;
-        for (; *p && *p != '/'; p++) {
-            if (*p == '\\' && !*++p)
-                return nullptr;
-            append_tree_name(&normal, View(p, 1));
-        }
-    }
-    return normal.release();
+    if (normal)
+        for_each_name(
+            normal.get(), [](void *count, View) { ++*static_cast<size_t *>(count); }, &names);
+    return names <= kMaxLevels ? normal.release() : nullptr;
 }
 
 bool is_at_or_below(View path, View top)

@@ -2,7 +2,6 @@
 
 #include "common/tree_line.h"
 #include "http_path.h"
-#include "util/code2str.h"
 #include "util/set_value.h"
 
 #include <algorithm>
@@ -62,16 +61,10 @@ bool PathList::reaches_below(View path) const
 
 void add_secrets(set **tree, PathList *list)
 {
-    list->add(kutil::copy_text("manufacturer/zel_conf/key"), PathList::factory);
-    list->add(kutil::copy_text("manufacturer/zel_conf/factory_key"), PathList::factory);
-    set **params = set_get(tree, "encryption/obscured_params");
-    for (set **param = set_get_son(params, 0); param; param = set_get_next(param)) {
-        const char *type = set_get_path_strz(param, "type");
-        HeapText path(normal_path(set_get_path_strz(param, "name")));
-        if (path && *path)
-            list->add(path.release(),
-                      str2code(obscure_type_str, type) == 1 ? PathList::bytes : PathList::text);
-    }
+    const auto add = [](void *context, const char *path, PathList::Kind kind) {
+        static_cast<PathList *>(context)->add(kutil::copy_text(path), kind);
+    };
+    kutil::common::for_each_secret(tree, add, list);
 }
 
 set **find_user(set **tree, const char *user)

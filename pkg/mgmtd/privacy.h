@@ -5,7 +5,7 @@
 // normal (http_path.h).
 
 #include "base.h"
-#include "util/set_node.h"
+#include "common/secrets.h"
 
 namespace mgmtd
 {
@@ -14,11 +14,7 @@ namespace mgmtd
 class PathList
 {
 public:
-    enum Kind : char {
-        text,   // a secret text
-        bytes,  // a secret of bytes
-        factory // a key that only the key functions write
-    };
+    using Kind = kutil::common::Secret;
     PathList() = default;
     PathList(const PathList &) = delete;
     PathList &operator=(const PathList &) = delete;
@@ -26,7 +22,7 @@ public:
 
     void clear();
     // Takes over `path`, unless it is in the list or NULL.
-    void add(char *path, Kind kind = text);
+    void add(char *path, Kind kind = Kind::none);
     size_t count() const { return count_; }
     View path(size_t i) const { return items_.get()[i].path; }
     const char *c_path(size_t i) const { return items_.get()[i].path; }

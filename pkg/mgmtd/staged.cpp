@@ -18,6 +18,7 @@ namespace mgmtd
 {
 
 using kutil::common::Problem;
+using kutil::common::Secret;
 using kutil::common::value_leaf;
 
 namespace
@@ -190,7 +191,7 @@ bool Staged::check_path(const Who &who, View path, Access access, Outcome *out)
     const int secret = secrets().find(path);
     if (secrets().covers(path) && (secret < 0 || access == Access::whole))
         return secret < 0 ? out->fail(404, "there is no such key") : true;
-    if (secret >= 0 && secrets().kind(static_cast<size_t>(secret)) == PathList::factory)
+    if (secret >= 0 && secrets().kind(static_cast<size_t>(secret)) == Secret::key)
         return out->fail(403, "the configuration's keys are not changed here");
     return true;
 }
@@ -274,7 +275,7 @@ bool Staged::store(const char *path, View value, Outcome *out)
     }
     if (value == kMask)
         return true;
-    if (secrets().kind(static_cast<size_t>(secret)) == PathList::text) {
+    if (secrets().kind(static_cast<size_t>(secret)) == Secret::text) {
         if (set_set_path_obscured(&candidate_, path, text.get()) != 0)
             return out->fail(507, "there is no key to obscure the secret with");
         return true;
@@ -302,7 +303,7 @@ bool Staged::set_value(const Who &who, View path, View value, bool force, Outcom
     if (node && (*node)->sons && !value_leaf(*node))
         return out->fail(422, "%s holds keys, which a value would replace", shown(path));
     const int secret = secrets().find(path);
-    if (secret >= 0 && secrets().kind(static_cast<size_t>(secret)) == PathList::bytes && value != kMask &&
+    if (secret >= 0 && secrets().kind(static_cast<size_t>(secret)) == Secret::bytes && value != kMask &&
         (value.size() % 2 != 0 || !std::ranges::all_of(value, kutil::is_xdigit)))
         return out->fail(422, "%s holds bytes: two hexadecimal digits each", shown(path));
     begin(who);
@@ -328,12 +329,12 @@ bool Staged::merge_secrets(set **tree, View top, Outcome *out)
         set **node = set_get(tree, rest);
         const set *leaf = node ? value_leaf(*node) : nullptr;
         const char *stored = set_get_path_str(current(), list.c_path(i));
-        const bool keep = list.kind(i) == PathList::factory || (leaf && kMask == leaf->value);
-        if (keep && stored && (node || list.kind(i) == PathList::factory)) {
+        const bool keep = list.kind(i) == Secret::key || (leaf && kMask == leaf->value);
+        if (keep && stored && (node || list.kind(i) == Secret::key)) {
             set_set_path_str(tree, rest, stored);
         } else if (keep && node) {
             set_free_sons(node);
-        } else if (leaf && list.kind(i) == PathList::text) {
+        } else if (leaf && list.kind(i) == Secret::text) {
             const HeapText value(kutil::copy_text(leaf->value));
             if (set_set_path_obscured(tree, rest, value.get()) != 0)
                 return out->fail(507, "there is no key to obscure the secret with");
