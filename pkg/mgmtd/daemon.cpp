@@ -42,15 +42,6 @@ uint16_t bound_port(int fd, uint16_t asked)
     return ntohs(in.sin_port);
 }
 
-void append_address(TextBuilder *out, const iaddr &address, uint16_t port)
-{
-    const bool bracketed = address.family == AF_INET6;
-    out->append(bracketed ? View("[") : View());
-    out->append(iaddr2str(&address));
-    out->append(bracketed ? View("]:") : View(":"));
-    append_number(out, port);
-}
-
 bool is_loopback(const iaddr &address)
 {
     return iaddr_is_loopback(&address) || kutil::starts_with(iaddr2str(&address), "127.");
@@ -145,7 +136,9 @@ void Daemon::append_addresses(TextBuilder *out, View scheme, eserver *const *ser
         if (!servers[i])
             continue;
         out->append(scheme);
-        append_address(out, on.items[i].address, bound_port(eserver_fd_get(servers[i], 0), on.items[i].port));
+        kutil::common::Endpoint bound = on.items[i];
+        bound.port = bound_port(eserver_fd_get(servers[i], 0), bound.port);
+        out->append(kutil::common::EndpointText(bound).text());
         out->append(scheme == "http://" ? View("/\n") : View("\n"));
     }
 }

@@ -3,6 +3,7 @@
 
 // The process: its configuration, its listeners, its connections, and what its signals do.
 
+#include "common/endpoint.h"
 #include "common/file_lock.h"
 #include "connection.h"
 #include "routes.h"
@@ -13,9 +14,7 @@ namespace mgmtd
 {
 
 // An address to listen on.
-struct Endpoint {
-    iaddr address;
-    uint16_t port;
+struct Endpoint : kutil::common::Endpoint {
     bool optional;      // a machine without this address goes without
     const char *option; // that named it
 };

@@ -1,6 +1,5 @@
 #include "options.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <getopt.h>
 
@@ -58,37 +57,12 @@ Exit misuse(const char *what, const char *word = "")
     return kMisuse;
 }
 
-// "ADDR:PORT" or "[ADDR]:PORT".
-bool read_endpoint(const char *text, Endpoint *endpoint)
-{
-    const View whole(text);
-    const size_t colon = whole.rfind(':');
-    if (colon == View::npos)
-        return false;
-    View address = kutil::sub(whole, 0, colon);
-    const View port = kutil::sub(whole, colon + 1);
-    if (address.size() >= 2 && address.front() == '[' && address.back() == ']')
-        address = kutil::sub(address, 1, address.size() - 2);
-    else if (address.find(':') != View::npos)
-        return false;
-    if (port.empty() || port.size() > 5 || !std::ranges::all_of(port, kutil::is_digit))
-        return false;
-    unsigned number = 0;
-    for (const char c : port)
-        number = number * 10 + static_cast<unsigned>(c - '0');
-    const HeapText literal(kutil::copy_text(address));
-    if (number > 65535 || str2iaddr(&endpoint->address, literal.get()) != 0)
-        return false;
-    endpoint->port = static_cast<uint16_t>(number);
-    return true;
-}
-
 bool add_endpoint(Endpoints *list, const char *text, const char *option, bool optional = false)
 {
-    Endpoint endpoint = {{}, 0, optional, option};
+    Endpoint endpoint = {{}, optional, option};
     if (View(text) == "off")
         return true;
-    if (list->count == kMaxEndpoints || !read_endpoint(text, &endpoint))
+    if (list->count == kMaxEndpoints || !kutil::common::read_endpoint(text, &endpoint))
         return false;
     list->items[list->count++] = endpoint;
     return true;
