@@ -11,64 +11,78 @@ namespace mgmtd
 namespace
 {
 
-// Enumerations that only this page offers, in the form of code_tables.h.
-constexpr const char *kTcp[] = {"tcp", nullptr};
-constexpr const char *kUdp[] = {"udp", nullptr};
-constexpr const char *kTcpUdp[] = {"tcp udp", nullptr};
-constexpr code_names kProtocols[] = {{0, kTcp, 0}, {1, kUdp, 0}, {2, kTcpUdp, 0}, {-1, nullptr, 0}};
-
-constexpr const char *kOpen[] = {"open", nullptr};
-constexpr const char *kWpa2[] = {"wpa2", nullptr};
-constexpr const char *kWpa2Wpa3[] = {"wpa2-wpa3", nullptr};
-constexpr const char *kWpa3[] = {"wpa3", nullptr};
-constexpr code_names kSecurity[] = {
-    {0, kOpen, 0}, {1, kWpa2, 0}, {2, kWpa2Wpa3, 0}, {3, kWpa3, 0}, {-1, nullptr, 0}};
-
-constexpr const char *kOff[] = {"off", nullptr};
-constexpr const char *kOptional[] = {"optional", nullptr};
-constexpr const char *kRequired[] = {"required", nullptr};
-constexpr code_names kPmf[] = {{0, kOff, 0}, {1, kOptional, 0}, {2, kRequired, 0}, {-1, nullptr, 0}};
-
-constexpr const char *kErrWord[] = {"err", nullptr};
-constexpr const char *kWarnWord[] = {"warn", nullptr};
-constexpr const char *kNoticeWord[] = {"notice", nullptr};
-constexpr const char *kInfoWord[] = {"info", nullptr};
-constexpr const char *kDebugWord[] = {"debug", nullptr};
-constexpr code_names kLevels[] = {{4, kErrWord, 0},  {5, kWarnWord, 0},  {6, kNoticeWord, 0},
-                                  {7, kInfoWord, 0}, {8, kDebugWord, 0}, {-1, nullptr, 0}};
+// Enumerations that only these pages offer.
+constexpr View kLanguages = "de en fr it";
+constexpr View kLevels = "err warn notice info debug";
+constexpr View kProtocols = "tcp udp tcp+udp";
+constexpr View kVerdicts = "accept drop reject";
 
 struct Row {
     View path; // "*" stands for any one name
-    const code_names *words;
+    const code_names *table;
+    View words;
 };
 const Row kRows[] = {
-    {"firewall/zone/*/input", fw_action_t_str},
-    {"firewall/zone/*/forward", fw_action_t_str},
-    {"firewall/zone/*/output", fw_action_t_str},
-    {"firewall/service/*/protocol", kProtocols},
-    {"nat/forward/*/protocol", kProtocols},
-    {"interface/*/duplex", port_duplex_t_str},
-    {"interface/*/type", dev_if_type_t_str},
-    {"log/level", kLevels},
-    {"log/entity/*/level", kLevels},
-    {"storage/share/*/access", file_server_guest_access_t_str},
-    {"voip/jitter_buffer/mode", voip_jb_type_t_str},
-    {"voip/line/*/transport", voip_sip_transport_prot_t_str},
-    {"voip/port/*/impedance", voip_impedance_t_str},
-    {"wifi/radio/*/band", wl_band_t_str},
-    {"wifi/ssid/*/security", kSecurity},
-    {"wifi/ssid/*/pmf", kPmf},
+    {"admin/user/*/language", nullptr, kLanguages},
+    {"dhcp/option/*/type", nullptr, "string hex ip domains"},
+    {"dns/server/*/transport", nullptr, "udp tcp tls https"},
+    {"encryption/obscured_params/*/type", nullptr, "str bin"},
+    {"firewall/address/*/type", nullptr, "host range subnet group"},
+    {"firewall/rule/*/action", nullptr, "accept drop drop-invalid established reject"},
+    {"firewall/rule/*/family", nullptr, "ipv4 ipv6"},
+    {"firewall/service/*/protocol", nullptr, kProtocols},
+    {"firewall/zone/*/forward", nullptr, kVerdicts},
+    {"firewall/zone/*/input", nullptr, kVerdicts},
+    {"firewall/zone/*/output", nullptr, kVerdicts},
+    {"interface/*/duplex", port_duplex_t_str, {}},
+    {"interface/*/role", nullptr, "lan wan"},
+    {"interface/*/type", nullptr, "bridge cellular dsl ethernet ipsec loopback ppp vlan wifi wireguard"},
+    {"log/entity/*/level", nullptr, kLevels},
+    {"log/level", nullptr, kLevels},
+    {"log/mail/level", nullptr, kLevels},
+    {"log/mail/tls", nullptr, "off starttls tls"},
+    {"log/remote/level", nullptr, kLevels},
+    {"log/remote/protocol", nullptr, kProtocols},
+    {"log/timestamps", nullptr, "local utc"},
+    {"nat/forward/*/protocol", nullptr, kProtocols},
+    {"nat/upnp/mapping/*/protocol", nullptr, kProtocols},
+    {"remote/snmp/user/*/access", nullptr, "read write"},
+    {"storage/share/*/access", nullptr, "read write"},
+    {"system/language", nullptr, kLanguages},
+    {"voip/jitter_buffer/mode", nullptr, "fixed adaptive"},
+    {"voip/line/*/forward/mode", nullptr, "off always busy no-answer"},
+    {"voip/line/*/transport", voip_sip_transport_prot_t_str, {}},
+    {"voip/phonebook/*/kind", nullptr, "home mobile office"},
+    {"voip/port/*/impedance", voip_impedance_t_str, {}},
+    {"voip/port/*/type", nullptr, "fxs dect sip"},
+    {"wan/*/cellular/pdp_type", nullptr, "ipv4 ipv6 ipv4v6"},
+    {"wan/*/ppp/authentication", nullptr, "pap chap"},
+    {"wifi/radio/*/band", nullptr, "2.4GHz 5GHz 6GHz"},
+    {"wifi/ssid/*/mac_filter", nullptr, "off allow deny"},
+    {"wifi/ssid/*/pmf", nullptr, "off optional required"},
+    {"wifi/ssid/*/security", nullptr, "open wpa2 wpa2-wpa3 wpa3"},
+    {"wifi/wps/method", nullptr, "button pin"},
 };
 
 // Names of keys that are on or off wherever they stand.
-constexpr View kFlags[] = {
-    "auto_channel",   "auto_update", "beamforming", "call_waiting", "default_route",
-    "dnssec",         "eee",         "enabled",     "filter_aaaa",  "hidden",
-    "igmp_snooping",  "isolate",     "masquerade",  "netbios",      "nightly",
-    "password_login", "persistent",  "rdnss",       "recycle",      "remote",
-    "serve_lan",      "srtp",        "stp",         "strict",       "wmm",
-};
-static_assert(std::ranges::is_sorted(kFlags));
+constexpr View kFlags =
+    "accept_ra airtime_fairness ap_setup_locked authoritative auto_channel auto_update "
+    "beamforming bitswap bogons call_waiting clir coexistence commit conflict_check "
+    "default_route dfs dns_from_peer dnssec eco_ethernet eee enabled factory_reset fast_leave "
+    "fax filter_aaaa flow_control g_inp hidden hsts igmp_snooping isolate led log managed "
+    "masquerade message_led mss_clamp mu_mimo nat netbios nightly ofdma other_config "
+    "password_login per_device periodic persistent rapid_commit rate_adaptation rdnss read "
+    "rebind_protection recycle redirect_to_https roaming_11k roaming_11r safe_search secure "
+    "serve_lan short_gi srtp stp strict vectoring vlan_aware wmm wps_blink write";
+
+// Takes the first of words that have a blank between them.
+View next_word(View *words)
+{
+    const size_t end = std::min(words->find(' '), words->size());
+    const View word = kutil::sub(*words, 0, end);
+    *words = kutil::sub(*words, end + 1);
+    return word;
+}
 
 bool fits(View path, View pattern)
 {
@@ -88,14 +102,32 @@ bool fits(View path, View pattern)
 
 } // namespace
 
+void Choices::for_each(void (*use)(void *, View), void *context) const
+{
+    if (flag) {
+        use(context, "1");
+        use(context, "0");
+    }
+    if (table) {
+        for (int i = code2str_ex_iter_next(table, -1); table[i].code != -1;
+             i = code2str_ex_iter_next(table, i))
+            use(context, table[i].names[0]);
+    }
+    for (View rest = words; !rest.empty();)
+        use(context, next_word(&rest));
+}
+
 Choices choices_of(View path)
 {
     for (const Row &row : kRows) {
         if (fits(path, row.path))
-            return {row.words, false};
+            return {row.table, row.words};
     }
     const View name = kutil::sub(path, path.rfind('/') == View::npos ? 0 : path.rfind('/') + 1);
-    return {nullptr, std::ranges::binary_search(kFlags, name)};
+    bool flag = false;
+    for (View rest = kFlags; !rest.empty() && !flag;)
+        flag = next_word(&rest) == name;
+    return {nullptr, {}, flag};
 }
 
 } // namespace mgmtd

@@ -4,7 +4,6 @@
 #include "common/tree_line.h"
 #include "html.h"
 #include "http_path.h"
-#include "util/code2str.h"
 #include "util/date.h"
 
 #include <algorithm>
@@ -195,20 +194,21 @@ void append_option(TextBuilder *out, View value, View label, bool selected)
 
 void append_select(TextBuilder *out, const Choices &choices, View value)
 {
-    bool listed = false;
-    const auto option = [&](View word, View label) {
-        append_option(out, word, label, word == value);
-        listed = listed || word == value;
+    struct Options {
+        TextBuilder *out;
+        View value;
+        bool flag;
+        bool listed;
+    } options = {out, value, choices.flag, false};
+    const auto add = [](void *context, View word) {
+        Options *self = static_cast<Options *>(context);
+        const View label = self->flag ? View(word == "1" ? "on" : "off") : word;
+        append_option(self->out, word, label, word == self->value);
+        self->listed = self->listed || word == self->value;
     };
-    if (choices.flag) {
-        option("1", "on");
-        option("0", "off");
-    } else {
-        for (int i = code2str_ex_iter_next(choices.words, -1); choices.words[i].code != -1;
-             i = code2str_ex_iter_next(choices.words, i))
-            option(choices.words[i].names[0], choices.words[i].names[0]);
-    }
-    if (!listed)
+    choices.for_each(add, &options);
+    // A value outside the table stays what it is until another one is chosen.
+    if (!options.listed)
         append_option(out, value, value, true);
 }
 

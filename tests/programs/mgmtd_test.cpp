@@ -1,5 +1,7 @@
 // The parts of mgmtd that need no socket.
 
+#include "common/strict_load.h"
+#include "common/tree_list.h"
 #include "mgmtd/choices.h"
 #include "mgmtd/digest_uri.h"
 #include "mgmtd/html.h"
@@ -269,14 +271,41 @@ TEST(MgmtdLog, KeepsTheLastReportsAndOneLineForEach)
     EXPECT_EQ(all.find('\x1b'), std::string::npos);
 }
 
-TEST(MgmtdChoices, KeysWithWords)
+TEST(MgmtdChoices, OfferWhatTheSampleHolds)
 {
-    EXPECT_NE(choices_of("wifi/radio/0/band").words, nullptr);
-    EXPECT_NE(choices_of("interface/eth0.7/type").words, nullptr);
-    EXPECT_TRUE(choices_of("wan/0/enabled").flag);
-    EXPECT_TRUE(choices_of("enabled").flag);
     for (const char *none : {"wifi/radio/band", "wifi/radio/0/band/x", "wan/0/mtu", ""})
         EXPECT_FALSE(choices_of(none).any()) << none;
+    EXPECT_TRUE(choices_of("enabled").flag);
+
+    struct Seen {
+        View value;
+        bool listed;
+        int keys;
+    } seen = {};
+    const auto line = [](void *context, const char *text, size_t length) {
+        Seen *self = static_cast<Seen *>(context);
+        const View whole(text, length);
+        const View path = whole.substr(0, whole.find('='));
+        self->value = whole.substr(path.size() + 1);
+        self->listed = false;
+        const Choices choices = choices_of(path);
+        choices.for_each(
+            [](void *to, View word) {
+                Seen *sought = static_cast<Seen *>(to);
+                sought->listed = sought->listed || word == sought->value;
+            },
+            self);
+        EXPECT_EQ(self->listed, choices.any()) << whole;
+        self->keys += choices.any();
+    };
+    kutil::common::Problem problem;
+    kutil::common::FileText text;
+    set *tree = nullptr;
+    ASSERT_EQ(strict_load(KUTIL_SOURCE_DIR "/share/gateway.conf", &tree, &text, &problem),
+              kutil::common::Load::done);
+    kutil::common::tree_list(&tree, line, &seen);
+    EXPECT_GT(seen.keys, 400);
+    set_free(&tree);
 }
 
 // --- Who may.
