@@ -39,13 +39,6 @@ const char *nonce_secret()
     return nonces.secret;
 }
 
-const char *skip_spaces(const char *at)
-{
-    while (is_space(*at))
-        at++;
-    return at;
-}
-
 // Whether `text` begins with the word, in any case. Deliberate: what follows the word is not looked at.
 bool begins_with_word(const char *text, View word)
 {
@@ -68,11 +61,11 @@ const char *parse_parameter(const char *at, DigestFields *fields, const char **f
 {
     const int field = match_name(at);
     at += field < kDigestFields ? static_cast<size_t>(digest_name_len[field]) : strcspn(at, "=");
-    at = skip_spaces(at);
+    at = skip_space(at);
     *failed_at = at;
     if (*at != '=')
         return nullptr;
-    at = skip_spaces(at + 1);
+    at = skip_space(at + 1);
     *failed_at = at;
     const bool quoted = *at == '"';
     at += quoted;
@@ -82,8 +75,8 @@ const char *parse_parameter(const char *at, DigestFields *fields, const char **f
         return nullptr;
     if (field < kDigestFields)
         fields->set(static_cast<DigestField>(field), value);
-    at = skip_spaces(at + quoted);
-    return skip_spaces(at + (*at == ','));
+    at = skip_space(at + quoted);
+    return skip_space(at + (*at == ','));
 }
 
 // TIME:RANDOM behind the nonce's hash.
@@ -163,7 +156,7 @@ AuthScheme take_scheme(http_auth_request *req)
         return AuthScheme::kNone;
     for (const Row &row : kRows) {
         if (begins_with_word(req->header, row.word)) {
-            req->header = skip_spaces(req->header + row.word.size());
+            req->header = skip_space(req->header + row.word.size());
             return row.scheme;
         }
     }
@@ -172,7 +165,7 @@ AuthScheme take_scheme(http_auth_request *req)
 
 int parse_digest(const char *text, DigestFields *fields)
 {
-    for (const char *at = skip_spaces(text); *at;) {
+    for (const char *at = skip_space(text); *at;) {
         const char *failed_at = nullptr;
         at = parse_parameter(at, fields, &failed_at);
         if (!at)

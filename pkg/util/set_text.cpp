@@ -185,13 +185,6 @@ bool is_balanced(const char *text)
     return open == closed;
 }
 
-const char *skip_space(const char *at)
-{
-    while (is_space(*at))
-        at++;
-    return at;
-}
-
 // The end of the name at `at`.
 const char *skip_name(const char *at)
 {

@@ -40,13 +40,6 @@ int compare_part(const char *s, const char *word, const char *delims, ComparePar
     return length == word_length ? compare_chars(text.data(), text_or_empty(word), length) : 1;
 }
 
-const char *skip_space(const char *s)
-{
-    while (is_space(*s))
-        s++;
-    return s;
-}
-
 template <class Test>
 bool every(const char *s, Test test)
 {

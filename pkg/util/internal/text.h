@@ -62,6 +62,14 @@ inline char *put(char *to, View text)
     return to + text.size();
 }
 
+// The first character from `at` on that is no white space.
+constexpr const char *skip_space(const char *at)
+{
+    while (is_space(*at))
+        at++;
+    return at;
+}
+
 constexpr View trim_left(View text)
 {
     while (!text.empty() && is_space(text.front()))
