@@ -19,7 +19,8 @@ a:focus-visible,button:focus-visible,input:focus-visible,select:focus-visible,te
 header{background:var(--card);border-bottom:1px solid var(--line);padding:.6em 1em;display:flex;flex-wrap:wrap;gap:.5em 1.2em;
 align-items:center}
 header .brand{font-weight:700;color:inherit;text-decoration:none;overflow-wrap:anywhere}
-header nav{display:flex;gap:1em;flex-wrap:wrap}
+header nav{display:flex;gap:.2em .6em;flex-wrap:wrap;font-size:.93em}
+@media(min-width:42em){header nav{gap:.2em 1em;font-size:1em}}
 header form{display:flex;gap:.4em;flex:1 1 14em;min-width:0;max-width:26em;margin-left:auto}
 header input{flex:1;min-width:0;width:100%}
 .bar{position:sticky;top:0;z-index:5;background:var(--card);border-bottom:1px solid var(--line);padding:.45em 1em;display:flex;
@@ -38,12 +39,14 @@ h1{font-size:1.4em;margin:.1em 0 .6em;overflow-wrap:anywhere}
 h2{font-size:1.05em;margin:0 0 .5em;overflow-wrap:anywhere}
 .crumbs{color:var(--soft);font-size:.92em;overflow-wrap:anywhere}
 .card{background:var(--card);border:1px solid var(--line);border-radius:.5em;padding:.9em 1em;margin:0 0 1em}
+.card>:last-child{margin-bottom:0}
 .grid{display:grid;grid-template-columns:repeat(auto-fill,minmax(11em,1fr));gap:.7em}
 .grid a{background:var(--card);border:1px solid var(--line);border-radius:.5em;padding:.7em .8em;text-decoration:none;
 overflow-wrap:anywhere}
 .grid small,.note{color:var(--soft)}
 .grid small{display:block}
-.row{display:grid;grid-template-columns:minmax(0,1fr);gap:.15em .8em;padding:.35em 0;align-items:center}
+.row{display:grid;grid-template-columns:minmax(0,1fr);gap:.15em .8em;padding:.35em 0;align-items:center;
+overflow-wrap:anywhere}
 @media(min-width:42em){.row{grid-template-columns:minmax(9em,15em) minmax(0,1fr)}}
 label{overflow-wrap:anywhere;color:var(--soft)}
 input,select,textarea,button{font:inherit;color:inherit;background:var(--card);border:1px solid var(--soft);border-radius:.35em;
@@ -56,7 +59,7 @@ button{background:var(--blue);border-color:var(--blue);color:#fff;cursor:pointer
 button.plain{background:none;color:var(--blue)}
 .acts{display:flex;flex-wrap:wrap;gap:.6em;align-items:center;margin-top:.7em}
 pre{margin:0;overflow-x:auto;font:13px/1.5 ui-monospace,Menlo,Consolas,monospace;white-space:pre-wrap;overflow-wrap:anywhere}
-pre span{display:block;padding:0 .4em}
+pre span{display:block;padding:0 .4em;word-break:break-all}
 .a{background:var(--add)}.d{background:var(--del)}.m{background:var(--mod)}
 .msg{border-left:4px solid var(--warn-line);background:var(--warn);padding:.6em .9em;margin:0 0 1em;overflow-wrap:anywhere}
 code{overflow-wrap:anywhere}

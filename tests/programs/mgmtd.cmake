@@ -15,5 +15,8 @@ if(TARGET mgmtd)
     set_tests_properties(mgmtd_http PROPERTIES LABELS host TIMEOUT 300)
     add_test(NAME mgmtd_http_slow COMMAND ${mgmtd_http} --slow)
     set_tests_properties(mgmtd_http_slow PROPERTIES LABELS slow TIMEOUT 900)
+    add_test(NAME mgmtd_browser COMMAND "${KUTIL_PYTHON}" "${CMAKE_CURRENT_LIST_DIR}/mgmtd_browser.py" "$<TARGET_FILE:mgmtd>"
+      "${PROJECT_SOURCE_DIR}/share/gateway.conf" "${CMAKE_CURRENT_BINARY_DIR}/screenshots")
+    set_tests_properties(mgmtd_browser PROPERTIES LABELS host TIMEOUT 300 SKIP_RETURN_CODE 77)
   endif()
 endif()
