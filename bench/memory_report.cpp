@@ -1,5 +1,4 @@
-// What the library's objects cost in memory: heap of one object, and private dirty memory of an idle process.
-// Prints NAME, a tab and a number per line; scripts/size reads it.
+// What the library's objects cost in heap. Prints NAME, a tab and a number per line; scripts/size reads it.
 
 #include "util/kutil.h"
 
@@ -8,7 +7,6 @@
 #include <cstring>
 #include <malloc.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -31,43 +29,6 @@ void measure(const char *name, int count, Make make)
 
 void ignore_timer(void *) {}
 void ignore_fd(int, void *) {}
-int ignore_client(estream *, int) { return 0; }
-
-size_t private_dirty()
-{
-    FILE *file = fopen("/proc/self/smaps_rollup", "r");
-    char line[256];
-    size_t kilobytes = 0;
-    while (file && fgets(line, sizeof(line), file))
-        sscanf(line, "Private_Dirty: %zu", &kilobytes);
-    if (file)
-        fclose(file);
-    return kilobytes * 1024;
-}
-
-// The same measurement in two children, one of which lives on the library.
-size_t idle_process(bool with_library)
-{
-    int ends[2];
-    if (pipe(ends) != 0)
-        return 0;
-    fflush(nullptr);
-    if (fork() == 0) {
-        if (with_library) {
-            event_loop_init();
-            eserver_open_port(0, 0, ignore_client, nullptr);
-            for (intptr_t i = 0; i < 10; i++)
-                event_timer_set(1e9, ignore_timer, reinterpret_cast<void *>(i));
-        }
-        const size_t dirty = private_dirty();
-        _exit(write(ends[1], &dirty, sizeof(dirty)) == sizeof(dirty) ? 0 : 1);
-    }
-    size_t dirty = 0;
-    if (read(ends[0], &dirty, sizeof(dirty)) != sizeof(dirty))
-        dirty = 0;
-    wait(nullptr);
-    return dirty;
-}
 
 } // namespace
 
@@ -76,8 +37,6 @@ int main()
     constexpr int kCount = 1000;
     zel_error_init_default(5);
     zel_error_set_mt_id();
-    const size_t bare = idle_process(false);
-    const size_t idle = idle_process(true);
     set *keys = set_alloc("conf");
     measure("tree key", kCount, [&](int i) {
         char name[16];
@@ -95,6 +54,5 @@ int main()
             estream_read_line(stream);
         }
     });
-    print("idle process", idle > bare ? idle - bare : 0);
     return 0;
 }

@@ -64,9 +64,10 @@ struct Reporter {
     uint32_t registrations;
     Callback *callbacks;
     char name[16];
-    Buffers buffers[kMaxDepth];
 };
 constinit Reporter reporter = {.name = "unknown"};
+// A pair for each depth. Apart from the record and all zero, so that no file carries 16 kB of them.
+constinit Buffers depth_buffers[kMaxDepth] = {};
 
 // Appends to a fixed buffer whose last byte stays NUL; what does not fit is left out.
 class Cut
@@ -209,7 +210,7 @@ int report(int entity, uint32_t flags, Ending ending, const char *format, va_lis
     if (reporter.depth >= kMaxDepth || opening_log)
         return report_to_stderr(flags, format, ending, ap, keep_errno.saved());
 
-    Buffers *buffers = &reporter.buffers[reporter.depth++];
+    Buffers *buffers = &depth_buffers[reporter.depth++];
     make_message(buffers, format, ending, ap, keep_errno.saved());
     if (mt_task_id != 0 && mt_task_id == getpid()) {
         log_msg_deliver(entity, flags, buffers->message);
