@@ -23,14 +23,20 @@ struct Node {
     uint32_t height;
     uint32_t shape;
     uint32_t partner; // the node of the other tree that it is compared with
+    bool done;        // its sons are in the table, or need not be
 };
 
 // Both trees in one table, parents before their sons, with their shapes. Neither needs a walk with a stack.
 class Forest
 {
 public:
-    // Returns the number of the top node, kNone when the handle's node is not visible.
-    uint32_t add(set **tree);
+    // Adds a top node and returns its number, kNone when the handle's node is not visible.
+    uint32_t add_top(set **tree) { return set_get_value(tree) ? push(*tree) : kNone; }
+    // Adds what stands below both tops, but leaves out what is the same in both according to the marks of the
+    // second tree.
+    void add_changed(uint32_t from, uint32_t to);
+    // Adds all that is still missing.
+    void add_rest();
     void find_shapes();
     // Pairs the sons of two nodes.
     void pair_sons(const Node &from, const Node &to);
@@ -39,9 +45,10 @@ public:
 private:
     uint32_t push(set *node)
     {
-        nodes_.push({node, 0, 0, 0, 0, kNone});
+        nodes_.push({node, 0, 0, 0, 0, kNone, false});
         return static_cast<uint32_t>(nodes_.size() - 1);
     }
+    void add_sons(uint32_t i);
     void find_heights();
     void number_shapes(uint32_t *begin, uint32_t *end, uint32_t *next_shape);
     int compare(uint32_t a, uint32_t b);
@@ -54,20 +61,64 @@ private:
     Heap<uint32_t> son_shapes_; // beside each node's sons their shapes, sorted
 };
 
-uint32_t Forest::add(set **tree)
+void Forest::add_sons(uint32_t i)
 {
-    if (!set_get_value(tree))
-        return kNone;
-    const uint32_t top = push(*tree);
-    for (uint32_t i = top; i < nodes_.size(); i++) {
-        set *parent = nodes_[i].node;
-        const size_t first = nodes_.size();
-        for (set **son = set_get_son(&parent, 0); son; son = set_get_next(son))
-            push(*son);
-        nodes_[i].sons = static_cast<uint32_t>(first);
-        nodes_[i].count = static_cast<uint32_t>(nodes_.size() - first);
+    set *parent = nodes_[i].node;
+    const size_t first = nodes_.size();
+    for (set **son = set_get_son(&parent, 0); son; son = set_get_next(son))
+        push(*son);
+    nodes_[i].sons = static_cast<uint32_t>(first);
+    nodes_[i].count = static_cast<uint32_t>(nodes_.size() - first);
+    nodes_[i].done = true;
+}
+
+void Forest::add_rest()
+{
+    for (uint32_t i = 0; i < nodes_.size(); i++) {
+        if (!nodes_[i].done)
+            add_sons(i);
     }
-    return top;
+}
+
+// Among brothers of one name it cannot be said which of the first tree an unmarked one of the second is:
+// those are all looked at.
+void Forest::add_changed(uint32_t from, uint32_t to)
+{
+    struct Pair {
+        uint32_t from;
+        uint32_t to;
+    };
+    WalkStack<Pair> pairs;
+    pairs.push({from, to});
+    while (!pairs.empty()) {
+        const Pair pair = pairs.top();
+        pairs.pop();
+        add_sons(pair.from);
+        add_sons(pair.to);
+        const Node &parent = nodes_[pair.from];
+        const Node &other = nodes_[pair.to];
+        const Heap<uint32_t> sons(new_array<uint32_t>(size_t{parent.count} + other.count + 1));
+        uint32_t *const end = sons.get() + parent.count + other.count;
+        std::iota(sons.get(), sons.get() + parent.count, parent.sons);
+        std::iota(sons.get() + parent.count, end, other.sons);
+        const auto name = [this](uint32_t i) { return nodes_[i].node->value; };
+        const uint32_t second = other.sons; // the sons of the second parent have the higher numbers
+        std::sort(sons.get(), end, [&](uint32_t a, uint32_t b) {
+            const int order = strcmp(name(a), name(b));
+            return order != 0 ? order < 0 : a < b;
+        });
+        for (uint32_t *i = sons.get(); i < end;) {
+            uint32_t *const first = i;
+            while (i < end && strcmp(name(*i), name(*first)) == 0)
+                i++;
+            if (i - first != 2 || first[0] >= second || first[1] < second)
+                continue;
+            if (nodes_[first[1]].node->changed)
+                pairs.push({first[0], first[1]});
+            else
+                nodes_[first[0]].done = nodes_[first[1]].done = true;
+        }
+    }
 }
 
 void Forest::find_heights()
@@ -207,7 +258,7 @@ class Differ
 {
 public:
     Differ(LineSink sink, void *context) : writer_(sink, context) {}
-    size_t run(set **from, set **to);
+    size_t run(set **from, set **to, Marks marks);
 
 private:
     // Two nodes whose sons are being compared, each with the next son to look at.
@@ -285,10 +336,10 @@ void Differ::step()
     }
 }
 
-size_t Differ::run(set **from, set **to)
+size_t Differ::run(set **from, set **to, Marks marks)
 {
-    const uint32_t old_top = forest_.add(from);
-    const uint32_t new_top = forest_.add(to);
+    const uint32_t old_top = forest_.add_top(from);
+    const uint32_t new_top = forest_.add_top(to);
     writer_.start(kChanged);
     if (old_top == kNone || new_top == kNone) {
         if (old_top != kNone)
@@ -297,6 +348,9 @@ size_t Differ::run(set **from, set **to)
             list(kAdded, new_top);
         return writer_.lines();
     }
+    if (marks == Marks::trusted)
+        forest_.add_changed(old_top, new_top);
+    forest_.add_rest();
     forest_.find_shapes();
     compare(old_top, new_top);
     while (!levels_.empty())
@@ -306,10 +360,10 @@ size_t Differ::run(set **from, set **to)
 
 } // namespace
 
-size_t tree_diff(set **from, set **to, LineSink sink, void *context)
+size_t tree_diff(set **from, set **to, LineSink sink, void *context, Marks marks)
 {
     Differ differ(sink, context);
-    return differ.run(from, to);
+    return differ.run(from, to, marks);
 }
 
 } // namespace kutil::common

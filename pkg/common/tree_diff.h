@@ -18,12 +18,18 @@
 namespace kutil::common
 {
 
+enum class Marks {
+    ignored,
+    trusted // the second tree began as a copy of the first with its marks cleared, or of one equal to it: the
+            // walk goes down only where it is marked changed
+};
+
 // Compares what stands under the nodes at `from` and `to`: their own names do not count, paths start below
 // them, and a leaf right below them is PATH/. Taking the removed keys away, with parents that are then empty,
 // and setting the others turns the first tree into the second. Lines come in the order of the first tree,
 // additions behind the keys of the same parent. Returns how many there were, 0 when the trees are the same. A
 // NULL, empty or hidden node counts as one without sons.
-size_t tree_diff(set **from, set **to, LineSink sink, void *context);
+size_t tree_diff(set **from, set **to, LineSink sink, void *context, Marks marks = Marks::ignored);
 
 } // namespace kutil::common
 

@@ -6,7 +6,6 @@
 #include "line_connection.h"
 #include "util/conf_key.h"
 #include "util/event.h"
-#include "util/set_text.h"
 #include "util/set_value.h"
 
 #include <cerrno>
@@ -84,10 +83,7 @@ bool Daemon::set_password(const char *user, const char *password, Problem *probl
         return problem->set("an empty password is none");
     if (set_set_path_obscured(entry, "password", password) != 0)
         return problem->set("%s: there is no key to obscure the password with", options_.file);
-    const HeapText text(set_write_alloc(staged_.running()));
-    if (!text)
-        return problem->set("%s: not saved: the tree is too large", options_.file);
-    return save(this, text.get(), problem);
+    return staged_.save(staged_.running(), problem);
 }
 
 // --- Listening.

@@ -165,11 +165,12 @@ void append_url_path(TextBuilder *out, View normal)
 const char *Form::read(View encoded)
 {
     count_ = 0;
-    fields_.reset();
-    text_.reset(
-        kutil::new_text(encoded.size() + 2 * static_cast<size_t>(std::ranges::count(encoded, '&')) + 2));
+    const size_t most = static_cast<size_t>(std::ranges::count(encoded, '&')) + 1;
+    if (most > kMaxFields)
+        return "more than 2000 fields";
+    text_.reset(kutil::new_text(encoded.size() + 2 * most));
     char *end = text_.get();
-    fields_.reset(kutil::new_array<Field>(static_cast<size_t>(std::ranges::count(encoded, '&')) + 1));
+    fields_.reset(kutil::new_array<Field>(most));
     while (!encoded.empty()) {
         const size_t next = encoded.find('&');
         const View field = sub(encoded, 0, next);

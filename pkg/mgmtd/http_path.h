@@ -49,11 +49,14 @@ void append_url_path(TextBuilder *out, View normal);
 // Appends a text percent-encoded for a path or query.
 void append_url_text(TextBuilder *out, View text);
 
+// Each field of a form is an edit, and a new key is compared with all its brothers.
+inline constexpr size_t kMaxFields = 2000;
+
 // A decoded form: the query of a target, or a body of the kind application/x-www-form-urlencoded.
 class Form
 {
 public:
-    // NULL, or what is wrong: a bad escape or a NUL. Replaces what was there.
+    // NULL, or what is wrong: a bad escape, a NUL, more than kMaxFields fields. Replaces what was there.
     const char *read(View encoded);
     size_t count() const { return count_; }
     const char *name(size_t i) const { return fields_.get()[i].name; }

@@ -18,7 +18,8 @@ namespace
 {
 
 constexpr size_t kMaxHits = 200;
-constexpr int kMaxInline = 24; // values that a card shows of a key below
+constexpr size_t kMaxWanted = 200; // characters to search for
+constexpr int kMaxInline = 24;     // values that a card shows of a key below
 
 void free_tree(set **tree)
 {
@@ -298,6 +299,20 @@ View entry_title(set *node)
     return "";
 }
 
+// "<a href>" and what the entry is called.
+void open_entry_link(TextBuilder *out, set *node, View path)
+{
+    out->append("<a href=\"");
+    append_link(out, path);
+    out->append("\">");
+    append_html(out, node->value);
+    const View title = entry_title(node);
+    if (!title.empty()) {
+        out->append(": ");
+        append_html(out, title);
+    }
+}
+
 void append_branch_links(const PageContext &page, set *node, View path)
 {
     TextBuilder *out = page.out;
@@ -309,15 +324,7 @@ void append_branch_links(const PageContext &page, set *node, View path)
             out->append("<div class=\"grid\">");
         opened = true;
         const HeapText full = join(path, (*son)->value);
-        out->append("<a href=\"");
-        append_link(out, full.get());
-        out->append("\">");
-        append_html(out, (*son)->value);
-        const View title = entry_title(*son);
-        if (!title.empty()) {
-            out->append(": ");
-            append_html(out, title);
-        }
+        open_entry_link(out, *son, full.get());
         out->append("<small>");
         append_count(out, count_values(*son), "value", "values");
         out->append("</small></a>");
@@ -335,15 +342,8 @@ void append_cards(const PageContext &page, set *node, View path)
             continue;
         const HeapText full = join(path, (*son)->value);
         const HeapText relative = join("", (*son)->value);
-        out->append("<section class=\"card\"><h2><a href=\"");
-        append_link(out, full.get());
-        out->append("\">");
-        append_html(out, (*son)->value);
-        const View title = entry_title(*son);
-        if (!title.empty()) {
-            out->append(": ");
-            append_html(out, title);
-        }
+        out->append("<section class=\"card\"><h2>");
+        open_entry_link(out, *son, full.get());
         out->append("</a></h2>");
         append_values(page, *son, full.get(), relative.get());
         append_branch_links(page, *son, full.get());
@@ -495,11 +495,14 @@ void write_search_page(const PageContext &page, View wanted)
                      "<section class=\"card\">");
     Search search = {&page, wanted, 0};
     set *copy = copy_shown(page.staged->current(), "", page.staged->secrets(), page.who->rights->hidden);
-    if (!wanted.empty())
+    const bool fits = wanted.size() <= kMaxWanted;
+    if (!wanted.empty() && fits)
         kutil::common::tree_list(&copy, find_line, &search);
     free_tree(&copy);
     page.out->append("<p class=\"note\">");
-    if (search.hits > kMaxHits)
+    if (!fits)
+        page.out->append("Too long: at most 200 characters can be searched for.");
+    else if (search.hits > kMaxHits)
         page.out->append("Only the first 200 are shown.");
     else
         append_count(page.out, search.hits, "hit", "hits");

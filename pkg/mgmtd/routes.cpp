@@ -88,7 +88,6 @@ void post_fields(const Call &call, View path)
     Staged *staged = call.context->staged;
     set *const kept = staged->keep();
     for (size_t i = 0; i < form.count(); i++) {
-        call.out()->text.clear();
         const HeapText below(normal_path(form.name(i)));
         TextBuilder full;
         full.append(path);
@@ -96,7 +95,7 @@ void post_fields(const Call &call, View path)
             full.append('/');
         full.append(below ? View(below.get()) : View());
         if ((below && *below)
-                ? staged->set_value(*call.who, full.text(), form.value(i), call.flag("force"), call.out())
+                ? staged->edit_value(*call.who, full.text(), form.value(i), call.flag("force"), call.out())
                 : call.out()->fail(400, "a field without a name"))
             continue;
         if (call.out()->status != 409)
@@ -106,7 +105,9 @@ void post_fields(const Call &call, View path)
         return;
     }
     Staged::forget(kept);
-    if (form.count() == 0)
+    if (form.count() > 0)
+        staged->say_changes(call.out());
+    else
         call.out()->fail(400, "no field");
 }
 

@@ -113,9 +113,8 @@ bool save_fields(const Visit &visit, View path, Outcome *failed)
             continue;
         const HeapText full = full_path(name + 1);
         const HeapText value = without_cr(visit.fields.value(i));
-        failed->text.clear();
         if (!is_shown_value(visit, full.get(), value.get()) &&
-            !visit.staged()->set_value(visit.who(), full.get(), value.get(), visit.force(), failed))
+            !visit.staged()->edit_value(visit.who(), full.get(), value.get(), visit.force(), failed))
             return false;
     }
     const char *name = visit.fields.find("name");
@@ -126,8 +125,8 @@ bool save_fields(const Visit &visit, View path, Outcome *failed)
     const HeapText full = full_path(escaped.c_str());
     if (!*name)
         return failed->fail(422, "the new value needs a name");
-    return visit.staged()->set_value(visit.who(), full.get(), kutil::view(visit.fields.find("value")),
-                                     visit.force(), failed);
+    return visit.staged()->edit_value(visit.who(), full.get(), kutil::view(visit.fields.find("value")),
+                                      visit.force(), failed);
 }
 
 void post_key(const Visit &visit, View path)

@@ -5,6 +5,7 @@
 #include "common/tree_line.h"
 #include "http_path.h"
 #include "json.h"
+#include "stats.h"
 #include "util/conf_key.h"
 #include "util/date.h"
 #include "util/set_mask.h"
@@ -115,13 +116,17 @@ const PathList &Staged::secrets()
     return secrets_;
 }
 
+size_t Staged::compare(kutil::common::LineSink sink, void *context)
+{
+    const auto marks = running_changed_ ? kutil::common::Marks::ignored : kutil::common::Marks::trusted;
+    return candidate_ ? kutil::common::tree_diff(&running_, &candidate_, sink, context, marks) : 0;
+}
+
 size_t Staged::changes()
 {
-    if (!changes_known_) {
-        const auto ignore = [](void *, const char *, size_t) {};
-        changes_ = candidate_ ? kutil::common::tree_diff(&running_, &candidate_, ignore, nullptr) : 0;
-        changes_known_ = true;
-    }
+    if (!changes_known_)
+        changes_ = compare([](void *, const char *, size_t) {}, nullptr);
+    changes_known_ = true;
     return changes_;
 }
 
@@ -165,10 +170,8 @@ bool Staged::diff(const Who &who, Outcome *out)
 {
     if (!who.rights->read)
         return out->fail(403, "your role may not read");
-    if (!candidate_)
-        return true;
     DiffFilter filter = {&out->text, &secrets(), &who.rights->hidden};
-    kutil::common::tree_diff(&running_, &candidate_, filter_line, &filter);
+    compare(filter_line, &filter);
     return true;
 }
 
@@ -221,7 +224,7 @@ bool Staged::check_place(const char *path, Outcome *out)
 void Staged::begin(const Who &who)
 {
     if (!candidate_) {
-        candidate_ = set_dup(&running_);
+        candidate_ = set_dup(&running_); // so the secrets of both are the same
         set_clear_changed(candidate_);
         owner_since_ = time(nullptr);
         running_changed_ = false;
@@ -231,12 +234,11 @@ void Staged::begin(const Who &who)
         owner_address_.reset(kutil::copy_text(who.address));
         owner_since_ = time(nullptr);
     }
-    changes_known_ = secrets_known_ = false;
+    changes_known_ = false;
 }
 
-void Staged::end_edit(Outcome *out)
+void Staged::say_changes(Outcome *out)
 {
-    changes_known_ = secrets_known_ = false;
     out->print("%zu change%s not committed\n", changes(), changes() == 1 ? "" : "s");
 }
 
@@ -289,7 +291,7 @@ bool Staged::store(const char *path, View value, Outcome *out)
     return true;
 }
 
-bool Staged::set_value(const Who &who, View path, View value, bool force, Outcome *out)
+bool Staged::edit_value(const Who &who, View path, View value, bool force, Outcome *out)
 {
     const HeapText place(kutil::copy_text(path));
     if (path.empty())
@@ -309,8 +311,17 @@ bool Staged::set_value(const Who &who, View path, View value, bool force, Outcom
     begin(who);
     if (!store(place.get(), value, out))
         return false;
-    end_edit(out);
+    if (is_at_or_below(path, "encryption"))
+        secrets_known_ = false;
     return true;
+}
+
+bool Staged::set_value(const Who &who, View path, View value, bool force, Outcome *out)
+{
+    const bool done = edit_value(who, path, value, force, out);
+    if (done)
+        say_changes(out);
+    return done;
 }
 
 // The secrets of a tree that is to replace the key at `top`: those that stand masked get what is stored, the
@@ -372,7 +383,8 @@ bool Staged::set_tree(const Who &who, View path, View text, bool force, Outcome 
             set_set(&candidate_, place.get());
             set_replace(set_get(&candidate_, place.get()), &tree);
         }
-        end_edit(out);
+        secrets_known_ = false;
+        say_changes(out);
     }
     free_tree(&tree);
     return fits;
@@ -392,7 +404,8 @@ bool Staged::remove(const Who &who, View path, bool force, Outcome *out)
         return out->fail(404, "there is no such key");
     begin(who);
     set_free(set_get(&candidate_, place.get()));
-    end_edit(out);
+    secrets_known_ = false;
+    say_changes(out);
     return true;
 }
 
@@ -424,20 +437,17 @@ bool Staged::add_entry(const Who &who, View path, bool force, Outcome *out)
 
 // --- Commit and revert.
 
-bool Staged::save_candidate(Outcome *out)
+bool Staged::save(set **tree, Problem *problem)
 {
-    const HeapText text(dos_ ? set_write_alloc_dos(&candidate_) : set_write_alloc(&candidate_));
+    const HeapText text(dos_ ? set_write_alloc_dos(tree) : set_write_alloc(tree));
     size_t fault = 0;
     if (!text || set_read_check(text.get(), strlen(text.get()), &fault) != 0)
-        return out->fail(507, "not saved: the configuration has too many levels or is too large");
-    Problem problem;
-    const double begun = date_now_micro();
-    const bool saved = save_(save_context_, text.get(), &problem);
-    last_save_ms_ = std::max(0.0, (date_now_micro() - begun) * 1000);
+        return problem->set("the configuration has too many levels or is too large");
+    const double begun_ms = monotonic_ms();
+    const bool saved = save_(save_context_, text.get(), problem);
+    last_save_ms_ = monotonic_ms() - begun_ms;
     longest_save_ms_ = std::max(longest_save_ms_, last_save_ms_);
-    if (!saved)
-        return out->fail(507, "not saved: %s", problem.text());
-    return true;
+    return saved;
 }
 
 bool Staged::commit(const Who &who, bool force, Outcome *out)
@@ -456,8 +466,9 @@ bool Staged::commit(const Who &who, bool force, Outcome *out)
     if (running_changed_ && !force)
         return out->fail(409, "running changed since the candidate was made; force=1 commits it as it is");
     const size_t count = changes();
-    if (!save_candidate(out))
-        return false;
+    Problem problem;
+    if (!save(&candidate_, &problem))
+        return out->fail(507, "not saved: %s", problem.text());
     set_switch_sets(&running_, &candidate_);
     set_clear_changed(running_);
     drop_candidate();

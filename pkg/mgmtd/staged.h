@@ -6,6 +6,7 @@
 // call here. All paths are normal (http_path.h).
 
 #include "common/durable_save.h"
+#include "common/tree_list.h"
 #include "outcome.h"
 #include "privacy.h"
 
@@ -29,7 +30,7 @@ enum class Format { text, lines, json, value };
 class Staged
 {
 public:
-    Staged(SaveText save, void *context) : save_(save), save_context_(context) {}
+    Staged(SaveText save_text, void *context) : save_(save_text), save_context_(context) {}
     ~Staged();
     Staged(const Staged &) = delete;
     Staged &operator=(const Staged &) = delete;
@@ -61,6 +62,9 @@ public:
     // when somebody else's candidate is there, unless `force`, which takes it over.
 
     bool set_value(const Who &who, View path, View value, bool force, Outcome *out);
+    // The same without a word about what came of it: of several, the last is followed by say_changes.
+    bool edit_value(const Who &who, View path, View value, bool force, Outcome *out);
+    void say_changes(Outcome *out);
     // Replaces the key, or makes it, by the tree of `text`, whose top node has the key's name.
     bool set_tree(const Who &who, View path, View text, bool force, Outcome *out);
     bool remove(const Who &who, View path, bool force, Outcome *out);
@@ -76,6 +80,8 @@ public:
     bool commit(const Who &who, bool force, Outcome *out);
     bool revert(const Who &who, bool force, Outcome *out);
 
+    // Saves a tree, with the line ends that the file had.
+    bool save(set **tree, kutil::common::Problem *problem);
     // How long the last and the longest save took.
     double last_save_ms() const { return last_save_ms_; }
     double longest_save_ms() const { return longest_save_ms_; }
@@ -89,11 +95,10 @@ private:
     bool check_owner(const Who &who, bool force, Outcome *out) const;
     bool check_place(const char *path, Outcome *out);
     void begin(const Who &who);
-    void end_edit(Outcome *out);
+    size_t compare(kutil::common::LineSink sink, void *context);
     void drop_candidate();
     bool store(const char *path, View value, Outcome *out);
     bool merge_secrets(set **tree, View top, Outcome *out);
-    bool save_candidate(Outcome *out);
 
     set *running_ = nullptr;
     set *candidate_ = nullptr;

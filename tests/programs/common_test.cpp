@@ -27,10 +27,10 @@ string listing(set **tree, bool *exact = nullptr)
     return text;
 }
 
-string difference(set **from, set **to)
+string difference(set **from, set **to, Marks marks = Marks::ignored)
 {
     string text;
-    const size_t lines = tree_diff(from, to, add_line, &text);
+    const size_t lines = tree_diff(from, to, add_line, &text, marks);
     EXPECT_EQ(lines, static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));
     return text;
 }
@@ -288,6 +288,53 @@ TEST(TreeDiff, AppliedToTheFirstTreeGivesTheSecond)
         set_lines(added, &from);
         EXPECT_EQ(set_compare(&from, &to), 0) << before << " to " << to.show() << ":\n" << lines;
     }
+}
+
+// A copy that is edited: going down only where it is marked finds the same, with brothers of one name too.
+TEST(TreeDiff, MarksLeadToEveryChange)
+{
+    uint32_t seed = 777;
+    const auto random = [&seed](uint32_t below) {
+        return (seed = seed * 1103515245U + 12345U) / 65536U % below;
+    };
+    for (int round = 0; round < 2000; round++) {
+        Tree from("r");
+        const auto pick = [&](set **tree) {
+            set **node = tree;
+            for (uint32_t depth = 1 + random(3); depth > 0 && set_get_nsons(node) > 0; depth--)
+                node =
+                    set_get_son(node, static_cast<int>(random(static_cast<uint32_t>(set_get_nsons(node)))));
+            return node;
+        };
+        const auto add = [&](set **tree) {
+            set *parent = *pick(tree);
+            set **end = &parent->sons;
+            while (*end)
+                end = &(*end)->next;
+            *end = kutil::new_node(string(1, static_cast<char>('a' + random(4))).c_str(), 1, parent);
+            kutil::mark_changed(*end);
+        };
+        for (uint32_t i = random(30); i > 0; i--)
+            add(&from);
+        set *copy = set_dup(&from);
+        set_clear_changed(copy);
+        EXPECT_EQ(difference(&from, &copy, Marks::trusted), "");
+        for (uint32_t i = random(4); i > 0; i--) {
+            set **node = pick(&copy);
+            if (random(2) || node == &copy)
+                add(&copy);
+            else
+                set_free(node);
+        }
+        EXPECT_EQ(difference(&from, &copy, Marks::trusted), difference(&from, &copy)) << from.show();
+        set_free(&copy);
+    }
+    Tree from("r"), to("r");
+    set_set_path_str(&from, "a/b", "1");
+    set_set_path_str(&to, "a/b", "1");
+    set_clear_changed(to.root);
+    (*to.at("a/b"))->sons->value[0] = '2';
+    EXPECT_EQ(difference(&from, &to, Marks::trusted), "") << "nothing is marked";
 }
 
 TEST(TreeDiff, LongListsAndDeepTreesAreNoProblem)
