@@ -135,7 +135,8 @@ def edit_by_keyboard(d, browser):
           browser.run("return document.querySelector('[name=\"/username\"]').value") == 'kim <b>&"')
     check("the difference is a Tab and Enter away", browser.tab_to('.bar a[href="/ui/diff"]'))
     browser.keys(ENTER)
-    check("it shows the change", browser.path() == "/ui/diff" and 'kim' in browser.text() and "ppp/username" in browser.text())
+    check("it shows the change", browser.path() == "/ui/diff" and 'kim' in browser.text() and
+          "ppp/username" in browser.text())
     check("nothing is stored yet", "kim" not in open(d.file).read())
     check("the commit is reached by Tab", browser.tab_to("#commit button"))
     browser.keys(ENTER)
@@ -180,7 +181,8 @@ def pages(d, browser):
             check(f"{width} pixels: {path}: Tab goes to {count} controls", count > 0 and not lost, lost)
             check(f"{width} pixels: {path}: the focus is seen", not faults, faults)
             errors = [e for e in browser.call("/se/log", {"type": "browser"}) if "favicon" not in e["message"]]
-            check(f"{width} pixels: {path} gives the browser nothing to complain of", not errors or path == "/ui/tree/none", errors)
+            check(f"{width} pixels: {path} gives the browser nothing to complain of",
+                  not errors or path == "/ui/tree/none", errors)
 
 
 def main():

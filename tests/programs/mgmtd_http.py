@@ -6,7 +6,9 @@ usage: mgmtd_http.py MGMTD SAMPLE [--slow] [--sanitized]
 Prints a row for each case and ends with 1 when one failed. --slow does the many repetitions instead;
 --sanitized leaves out what a sanitizer's allocator would fail.
 """
+import concurrent.futures
 import contextlib
+import hashlib
 import http.client
 import json
 import os
@@ -19,6 +21,7 @@ import sys
 import tempfile
 import time
 import urllib.error
+import urllib.parse
 import urllib.request
 
 from mgmtd_outside import AUTH, MGMTD, PASSWORD, SAMPLE, USER, check, daemon, failures, status
@@ -33,7 +36,8 @@ def clients(d):
         check(f"curl {scheme}, wrong password", d.curl("/conf/wan", scheme=scheme, user="admin:no")[0] == 401)
     check("an unknown user", d.curl("/conf/wan", user="nobody:x")[0] == 401)
     check("a user without a password", d.curl("/conf/wan", user="clara:")[0] == 401)
-    got = subprocess.run(["curl", "-s", "-v", "-u", f"{USER}:{PASSWORD}"] + [d.url + "/conf/wan/0/mode"] * 3, capture_output=True)
+    got = subprocess.run(["curl", "-s", "-v", "-u", f"{USER}:{PASSWORD}"] + [d.url + "/conf/wan/0/mode"] * 3,
+        capture_output=True)
     check("curl keeps the connection", got.stderr.count(b"Re-using existing connection") == 2 and
           got.stdout == b"(mode(pppoe))\n" * 3, got.stderr)
     for handler in urllib.request.HTTPBasicAuthHandler, urllib.request.HTTPDigestAuthHandler:
@@ -78,7 +82,8 @@ def reading(d):
         check(f"the password is masked in {path}", code == 200 and "********" in body and
               not re.search(r"password[\"(=:]+[0-9a-f]{32}", body), body)
     head = d.raw(f"HEAD /conf HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\nConnection: close\r\n\r\n".encode())
-    check("HEAD has a length and no body", head.endswith("\r\n\r\n") and int(re.search(r"Content-Length: (\d+)", head)[1]) > 50000)
+    check("HEAD has a length and no body", head.endswith("\r\n\r\n") and
+          int(re.search(r"Content-Length: (\d+)", head)[1]) > 50000)
     for header in "nosniff", "no-store", "frame-ancestors 'none'":
         check(f"every answer has {header}", header in head)
     check("the welcome page and its style need no login", status(d.request("GET / HTTP/1.0")) == [200] and
@@ -119,19 +124,22 @@ def editing(d):
     code, body = d.curl("-X", "POST", "/commit")
     check("commit", code == 200 and body.startswith("committed "), body)
     after = file()
-    check("the file has it", "(mtu(1400))" in after and "wifi secret" not in after and os.stat(d.file).st_mode & 0o777 == 0o600)
+    check("the file has it", "(mtu(1400))" in after and "wifi secret" not in after and
+          os.stat(d.file).st_mode & 0o777 == 0o600)
     check("the written-back mask kept the password", d.curl("/conf/wan/0/mtu") == (200, "(mtu(1400))\n"))
     check("a commit of nothing", d.curl("-X", "POST", "/commit") == (200, "nothing to commit\n") and file() == after)
     d.curl("-X", "PUT", "--data-binary", "1", "/conf/wan/0/mtu")
     check("revert", d.curl("-X", "POST", "/revert") == (200, "reverted 1 change\n") and d.curl("/diff") == (200, ""))
     whole = d.curl("/conf")[1]
-    check("the whole tree put back changes nothing but what was masked and kept", d.curl("-X", "PUT", "--data-binary", whole, "/conf?format=text") ==
+    check("the whole tree put back changes nothing but what was masked and kept", d.curl("-X", "PUT", "--data-binary",
+          whole, "/conf?format=text") ==
           (200, "0 changes not committed\n"), d.curl("/diff"))
     d.curl("-X", "POST", "/revert")
 
 
 def two_people(d):
-    set_password_of = lambda user, password: d.curl("-X", "PUT", "--data-binary", password, f"/conf/admin/user/{user}/password")
+    set_password_of = lambda user, password: d.curl("-X", "PUT", "--data-binary", password,
+        f"/conf/admin/user/{user}/password")
     for user in 1, 2, 3:
         set_password_of(user, f"secret{user}")
     check("other users get passwords", d.curl("-X", "POST", "/commit")[0] == 200)
@@ -163,12 +171,14 @@ def two_people(d):
     time.sleep(0.3)
     check("a broken file leaves running as it is", d.curl("/conf/system/hostname?format=value") == (200, "gw2") and
           "not reloaded" in d.curl("/log")[1])
-    check("forced", d.curl("-X", "POST", "/commit?force=1", user="miriam:secret1")[0] == 200 and "(mtu(2))" in open(d.file).read())
+    check("forced", d.curl("-X", "POST", "/commit?force=1", user="miriam:secret1")[0] == 200 and
+          "(mtu(2))" in open(d.file).read())
 
 
 def other_sites(d):
     def put(*headers, host="localhost", method="PUT"):
-        return status(d.request(f"{method} /conf/wan/0/mtu HTTP/1.1", AUTH, "Content-Length: 1", "Connection: close", *headers,
+        return status(d.request(f"{method} /conf/wan/0/mtu HTTP/1.1", AUTH, "Content-Length: 1", "Connection: close",
+            *headers,
                                 body=b"1", host=host))
     rows = [
         ("its own origin", put("Origin: http://localhost"), [200]),
@@ -185,7 +195,8 @@ def other_sites(d):
         ("another address", put(host="127.0.0.2"), [421]),
         ("a foreign name", put(host="evil.example"), [421]),
         ("the gateway's name", put(host="gateway.home.example.net"), [200]),
-        ("an absolute target", status(d.raw(f"GET http://evil.example/ HTTP/1.0\r\nHost: localhost\r\n\r\n".encode())), [421]),
+        ("an absolute target", status(d.raw(f"GET http://evil.example/ HTTP/1.0\r\nHost: localhost\r\n\r\n".encode())),
+         [421]),
     ]
     for name, got, wanted in rows:
         check(f"host and origin: {name}", got == wanted, got)
@@ -219,7 +230,8 @@ def hostile(d):
         ("HTTP/2.0", "GET / HTTP/2.0\r\nHost: localhost\r\n\r\n", 505),
         ("an unknown method", "BREW / HTTP/1.1\r\nHost: localhost\r\n\r\n", 501),
         ("noise", "".join(chr(i) for i in range(256)) * 20, 400),
-        ("another Digest uri", get.replace(AUTH, 'Authorization: Digest username="a", realm="G", nonce="1", uri="/x", response="0"') + "\r\n", 400),
+        ("another Digest uri", get.replace(AUTH,
+         'Authorization: Digest username="a", realm="G", nonce="1", uri="/x", response="0"') + "\r\n", 400),
         ("a Digest without fields", get.replace(AUTH, 'Authorization: Digest realm="G'  ) + "\r\n", 400),
     ]
     for name, data, code in rows:
@@ -251,24 +263,208 @@ def hostile(d):
     check("a line of it is one line", d.curl("/diff")[1].count("\n") == 1)
     d.curl("-X", "POST", "/revert")
     subprocess.run(["curl", "-s", "-u", "x\ny\x1b:z", d.url + "/conf"], capture_output=True)
-    check("a name with a line end stays on its line of the log", "user x&0a;y&1b; from" in d.curl("/log")[1], d.curl("/log")[1])
+    check("a name with a line end stays on its line of the log", "user x&0a;y&1b; from" in d.curl("/log")[1],
+          d.curl("/log")[1])
     with contextlib.ExitStack() as stack:
         open_now = [stack.enter_context(socket.create_connection(("127.0.0.1", d.port), timeout=10)) for _ in range(50)]
         check("50 silent connections disturb nobody", d.alive() and len(open_now) == 50)
 
 
+def digest(nonce, method="GET", uri="/conf/wan/0/mode"):
+    h = lambda *parts: hashlib.md5(":".join(parts).encode()).hexdigest()
+    response = h(h(USER, "Gateway", PASSWORD), nonce, h(method, uri))
+    return (f'Authorization: Digest username="{USER}", realm="Gateway", nonce="{nonce}", uri="{uri}", '
+            f'response="{response}"').encode().decode("latin-1")
+
+
+def nonce_of(d):
+    return re.search(r'nonce="([^"]*)"', d.request("GET /conf HTTP/1.1", "Connection: close"))[1]
+
+
+def nonces(d):
+    get = lambda header, head="GET /conf/wan/0/mode HTTP/1.1", *more: d.request(head, header, "Connection: close", *more)
+    good = nonce_of(d)
+    check("a Digest header of our own", status(get(digest(good))) == [200])
+    check("with an absolute target", status(get(digest(good, uri="http://localhost/conf/wan/0/mode"),
+          "GET http://localhost/conf/wan/0/mode HTTP/1.1")) == [200])
+    check("right, but for another target", status(get(digest(good, uri="/conf/wan/1/mode"))) == [400])
+    for name, nonce in ("made up", "0" * 32 + ":0:0"), ("changed", good[:-1] + "0123456789abcdef"[int(good[-1], 16) ^ 1]):
+        got = get(digest(nonce, "DELETE"), "DELETE /conf/wan/0/mode HTTP/1.1")
+        check(f"a {name} nonce is stale", status(got) == [401] and 'stale="true"' in got and "pppoe" not in got, got)
+    check("and its request was not done", d.curl("/diff") == (200, ""))
+    got = get(digest("0" * 32 + ":0:0").replace('response="', 'response="0'))
+    check("stale and wrong is wrong", status(got) == [401] and "stale" not in got, got)
+
+
+def break_out(d):
+    """Names that are markup, escapes and line ends, everywhere they are shown."""
+    name = "</code><b onclick='x'>\"\r\nX-Y: 1\r\n\x1b[2J&"
+    path = "/conf/wan/" + urllib.parse.quote(name, safe="")
+    page_of_it = path.replace("conf", "ui/tree", 1)
+    check("such a name is taken", d.curl("-X", "PUT", "--data-binary", name, path + "/x")[0] == 200)
+    for page in "/ui/tree/wan", page_of_it, page_of_it + "?ask=delete", "/ui/search?q=onclick", "/ui/diff":
+        code, text = d.curl(page)
+        check(f"{page:.20} shows it as text", code == 200 and "onclick" in text and "<b " not in text and
+              "\x1b" not in text and
+              not re.search(r"='[^']*onclick", text) and not re.search(r'="[^"&]*<', text), text)
+    check("JSON", json.loads(d.curl("/conf/wan?format=json&candidate=1")[1])[name] == {"x": name})
+    lines = d.curl("/conf/wan?format=lines&candidate=1")[1]
+    check("lines", "\nX-Y" not in lines and "\x1b" not in lines and lines.count("onclick") == 2 and
+          all(line.startswith("wan/") for line in lines.splitlines()), lines)
+    text = d.curl("/conf/wan?candidate=1")[1]
+    check("the text form reads back", d.curl("-X", "PUT", "--data-binary", text, "/conf/wan?format=text")[0] == 200 and
+          json.loads(d.curl("/conf/wan?format=json&candidate=1")[1])[name] == {"x": name})
+    for form in path + "?index", page_of_it + "?index":
+        got = d.raw(f"POST {form} HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\nConnection: close\r\n\r\n".encode())
+        check("Location is one line", status(got)[0] in (201, 303, 422) and "\r\nX-Y" not in got, got)
+    refused = d.raw(b"BREW\x1b / HTTP/1.1\r\n\r\n") + d.raw(b"GET /conf/<script>%0aX HTTP/1.1\r\nHost: <script>\r\n\r\n")
+    check("a refusal does not repeat what was sent", "<script" not in refused and "\x1b" not in refused, refused)
+    check("log", "\x1b" not in d.curl("/log")[1])
+    d.curl("-X", "POST", "/revert")
+
+
+def bodies(d):
+    put = f"PUT /conf/wan/0/mtu HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\n"
+    expect = "Expect: 100-continue\r\nConnection: close\r\n"
+    rows = [
+        ("too long", put + expect + "Content-Length: 1048577\r\n\r\n", [413]),
+        ("no login", put.replace(AUTH, "X: y") + expect + "Content-Length: 3\r\n\r\n", [401]),
+        ("another site", put + expect + "Origin: http://evil.example\r\nContent-Length: 3\r\n\r\n", [403]),
+        ("another expectation", put + "Expect: 200-ok\r\nContent-Length: 3\r\n\r\n", [417]),
+        ("nothing to come", put + expect + "Content-Length: 0\r\n\r\n", [200]),
+    ]
+    for name, data, wanted in rows:
+        got = status(d.raw(data.encode()))
+        check(f"who expects 100 Continue, {name}, gets the answer instead", got == wanted, got)
+    with tempfile.NamedTemporaryFile() as file:
+        for size, wanted in (1 << 20, 200), ((1 << 20) + 1, 413), (3 << 20, 413):
+            file.seek(0)
+            file.write(b"x" * size)
+            file.flush()
+            for header in "Expect: 100-continue", "Transfer-Encoding: chunked":
+                got = d.curl("-T", file.name, "-H", header, "/conf/wan/0/comment")[0]
+                check(f"curl sends {size} bytes, {header}", got == wanted, got)
+    body = b"y" * 1048577
+    got = d.raw(put.encode() + b"Content-Length: 1048577\r\n\r\n" + body[:1 << 20])
+    check("who sends the long body all the same gets the refusal", status(got) == [413], got)
+    code, text = d.curl("/conf/wan/0/comment?candidate=1&format=value")
+    check("what was taken is whole", code == 200 and text == "x" * (1 << 20), len(text))
+    d.curl("-X", "POST", "/revert")
+
+
+def crowd(d):
+    """400 connections of both protocols live; the next is closed, and has its place once one has gone."""
+    connect = lambda port: socket.create_connection(("127.0.0.1", port), timeout=10)
+    get = f"GET /conf/wan/0/mode HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\n\r\n".encode()
+    with contextlib.ExitStack() as stack:
+        crowd = []
+        for i in range(400):
+            crowd.append(stack.enter_context(connect(d.line_port if i % 4 == 3 else d.port)))
+            time.sleep(0.002)  # the queue of what is not accepted is short
+        for port in d.port, d.line_port:
+            with connect(port) as one_more:
+                check("the 401st connection is closed", one_more.recv(1) == b"")
+        crowd[3].sendall(b"help\n")
+        check("the others live", crowd[3].recv(5) == b"data\n")
+        for i in 0, 398:
+            crowd[i].sendall(get)
+            check("the others live", crowd[i].recv(12) == b"HTTP/1.1 200")
+        crowd[7].close()
+        crowd[8].close()
+        time.sleep(0.2)
+        check("who comes when one has gone is served", d.alive())
+    for _ in range(50):
+        stats = d.curl("/stats")[1]
+        if "connections_open=1\n" in stats:
+            break
+        time.sleep(0.1)
+    check("all are gone in the end, and the refused were counted", "connections_open=1\n" in stats and
+          "connections_refused=2\n" in stats, stats)
+    failing = f"GET /conf HTTP/1.1\r\nHost: localhost\r\nAuthorization: Basic {'YWRtaW46bm8='}\r\n\r\n".encode()
+    with contextlib.ExitStack() as stack:
+        guessers = [stack.enter_context(connect(d.port)) for _ in range(80)]
+        began = time.monotonic()
+        for s in guessers:
+            s.sendall(failing)
+        first = guessers[-1].recv(12)
+        quick = time.monotonic() - began < 0.9
+        answers = [s.recv(12) for s in guessers[:-1]] + [first]
+        check("64 failed logins wait, the rest is refused", set(answers) <= {b"HTTP/1.1 401", b"HTTP/1.1 429"} and
+              (answers.count(b"HTTP/1.1 401") == 69 or not quick), answers)
+
+
+def slow_clients(d, count):
+    """Each is cut at its deadline, and not before, whatever trickles; all of them at the same time."""
+    head = f"PUT /conf/wan/0/mtu HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\n"
+
+    def client(name, begin, trickle, seconds, answer, port=d.port):
+        got = b""
+        with socket.create_connection(("127.0.0.1", port), timeout=0.5) as s:
+            began = time.monotonic()
+            s.sendall(begin)
+            while time.monotonic() - began < 100:
+                try:
+                    piece = s.recv(65536)
+                    got += piece
+                    if not piece:
+                        break
+                except TimeoutError:
+                    with contextlib.suppress(OSError):
+                        s.sendall(trickle)
+                except OSError:
+                    break
+            took = time.monotonic() - began
+        # Behind an answer the connection is held for two seconds more.
+        return (f"{name}: cut after {seconds} s", seconds - 0.5 < took < seconds + 5 and
+            answer(status(got.decode("latin-1"))), (took, got[:300]))
+
+    def deaf():
+        """Asks for much, and reads nothing."""
+        with socket.create_connection(("127.0.0.1", d.port), timeout=0.5) as s:
+            s.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+            with contextlib.suppress(OSError):
+                s.sendall(f"GET /conf HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\n\r\n".encode() * 200)
+            time.sleep(70)
+            open_now = int(re.search(r"connections_open=(\d+)", d.curl("/stats")[1])[1])
+            return "who does not read its answers is cut", open_now == 1, open_now
+
+    none, timed_out = (lambda codes: codes == []), (lambda codes: codes == [408])
+    rows = [
+        ("a head that trickles", b"GET ", b"a", 10, timed_out),
+        ("a head whose lines trickle", b"GET / HTTP/1.1\r\n", b"A: b\r\n", 10, timed_out),
+        ("a silent head", b"G", b"", 10, timed_out),
+        ("a body that trickles", head.encode() + b"Content-Length: 100000\r\n\r\n", b"1", 60, timed_out),
+        ("chunks that trickle", head.encode() + b"Transfer-Encoding: chunked\r\n\r\n", b"1\r\n1\r\n", 60, timed_out),
+        ("silence", b"", b"", 60, none),
+        ("silence behind a request", b"GET / HTTP/1.1\r\nHost: localhost\r\n\r\n", b"", 60, lambda codes: codes == [200]),
+        ("the line protocol without a login", b"", b"x", 60, none, d.line_port),
+    ]
+    old = nonce_of(d)
+    with concurrent.futures.ThreadPoolExecutor(count) as pool:
+        for result in [pool.submit(client, *row) for row in rows] + [pool.submit(deaf)]:
+            check(*result.result())
+    got = d.request("GET /conf/wan/0/mode HTTP/1.1", digest(old), "Connection: close")
+    check("a nonce of a minute ago is stale", status(got) == [401] and 'stale="true"' in got and "pppoe" not in got, got)
+    check("nothing of it was done", d.curl("/diff") == (200, "") and d.alive())
+
+
 def pages(d):
-    post = lambda path, *fields: d.curl(*[w for f in fields for w in ("--data-urlencode", f)], *([] if fields else ["-X", "POST"]),
+    post = lambda path, *fields: d.curl(*[w for f in fields for w in ("--data-urlencode", f)],
+        *([] if fields else ["-X", "POST"]),
                                         "-H", f"Origin: {d.url}", "-H", "Sec-Fetch-Site: same-origin", path)
     code, page = d.curl("/ui/tree/wifi/ssid/0")
-    check("a page with a form and choices", code == 200 and 'name="/name"' in page and "<option" in page and "<script" not in page)
+    check("a page with a form and choices", code == 200 and 'name="/name"' in page and "<option" in page and
+          "<script" not in page)
     check("it says that nothing is pending", "0 changes not committed" in page)
     fields = [f"{n}={v}" for n, v in re.findall(r'<input[^>]* name="(/[^"]*)"[^>]* value="([^"]*)"', page)]
-    check("a form sent back changes nothing", post("/ui/tree/wifi/ssid/0", *fields)[0] == 303 and d.curl("/diff") == (200, ""))
+    check("a form sent back changes nothing", post("/ui/tree/wifi/ssid/0", *fields)[0] == 303 and
+          d.curl("/diff") == (200, ""))
     check("an edit", post("/ui/tree/wifi/ssid/0", "/name=Caf\u00e9 & co") [0] == 303)
     check("the bar counts it", "1 change not committed" in d.curl("/ui/tree/")[1])
-    check("the difference is shown before the commit", "~ wifi/ssid/0/name=Caf&amp;c3;&amp;a9; &amp;26; co" in d.curl("/ui/diff")[1], d.curl("/ui/diff")[1])
-    check("commit", post("/ui/commit")[0] == 303 and d.curl("/conf/wifi/ssid/0/name?format=value") == (200, "Caf\u00e9 & co"))
+    check("the difference is shown before the commit",
+          "~ wifi/ssid/0/name=Caf&amp;c3;&amp;a9; &amp;26; co" in d.curl("/ui/diff")[1], d.curl("/ui/diff")[1])
+    check("commit", post("/ui/commit")[0] == 303 and d.curl("/conf/wifi/ssid/0/name?format=value") == (200,
+          "Caf\u00e9 & co"))
     check("an entry is added", post("/ui/tree/dns/server?index")[0] == 303)
     check("and deleted", post("/ui/tree/dns/server/0?delete")[0] == 303 and "- dns/server/0" in d.curl("/diff")[1])
     check("revert", post("/ui/revert")[0] == 303 and d.curl("/diff") == (200, ""))
@@ -281,19 +477,25 @@ def line_protocol(d):
     def talk(text):
         if not shutil.which("nc"):
             return d.raw(text.encode(), port=d.line_port)
-        result = subprocess.run(["nc", "-N", "127.0.0.1", str(d.line_port)], input=text.encode(), capture_output=True, timeout=30)
+        result = subprocess.run(["nc", "-N", "127.0.0.1", str(d.line_port)], input=text.encode(), capture_output=True,
+            timeout=30)
         return result.stdout.decode()
     login = f"auth {USER} {PASSWORD}\n"
     rows = [
         ("help", "help\nquit\n", lambda a: a.startswith("data\n auth USER") and a.endswith(".\nok bye\n")),
-        ("commands in flight", login + "get wan/0/mode\nset wan/0/mtu 1300\ndiff\nadd dns/server\ndel route/ipv4/0\nrevert\nquit\n",
-         lambda a: a.splitlines()[:5] == ["ok logged in", "ok pppoe", "ok 1 change not committed", "data", " + wan/0/mtu=1300"] and
+        ("commands in flight",
+         login + "get wan/0/mode\nset wan/0/mtu 1300\ndiff\nadd dns/server\ndel route/ipv4/0\nrevert\nquit\n",
+         lambda a: a.splitlines()[:5] == ["ok logged in", "ok pppoe", "ok 1 change not committed", "data",
+             " + wan/0/mtu=1300"] and
          a.endswith("ok bye\n") and "ok dns/server/" in a and "error" not in a),
-        ("list", login + "list wan/0/ppp/reconnect\n", lambda a: "data\n wan/0/ppp/reconnect/min_s=5\n" in a and a.endswith(".\n")),
+        ("list", login + "list wan/0/ppp/reconnect\n", lambda a: "data\n wan/0/ppp/reconnect/min_s=5\n" in a and
+         a.endswith(".\n")),
         ("a long list twice", login + "list\nlist\nquit\n", lambda a: a.count("\n.\n") == 2 and a.endswith("ok bye\n")),
         ("before the login", "get wan/0/mode\nhelp\n", lambda a: a == "error 401 log in first: auth USER PASSWORD\n"),
-        ("a browser's form", "POST / HTTP/1.1\r\nHost: x\r\n\r\nauth admin x\r\n", lambda a: a.startswith("error 401") and a.count("\n") == 1),
-        ("three failed logins", "auth admin x\nauth admin y\nauth admin z\nhelp\n", lambda a: a == "error 401 wrong user or password\n" * 3),
+        ("a browser's form", "POST / HTTP/1.1\r\nHost: x\r\n\r\nauth admin x\r\n",
+         lambda a: a.startswith("error 401") and a.count("\n") == 1),
+        ("three failed logins", "auth admin x\nauth admin y\nauth admin z\nhelp\n",
+         lambda a: a == "error 401 wrong user or password\n" * 3),
         ("what it does not know", login + "brew\nget none\nset wan 1\nget wan&00;\n",
          lambda a: [l.split()[1] for l in a.splitlines()[1:]] == ["400", "404", "422", "400"]),
         ("secrets", login + "get admin/user/0/password\n", lambda a: a.endswith("ok ********\n")),
@@ -305,13 +507,17 @@ def line_protocol(d):
 
 
 def operation(d):
-    second = subprocess.run([MGMTD, "-c", d.file, "--http", "127.0.0.1:0", "--line", "off"], capture_output=True, text=True, timeout=30)
-    check("a second daemon is refused and told who", second.returncode == 1 and str(d.process.pid) in second.stderr, second.stderr)
+    second = subprocess.run([MGMTD, "-c", d.file, "--http", "127.0.0.1:0", "--line", "off"], capture_output=True,
+        text=True, timeout=30)
+    check("a second daemon is refused and told who", second.returncode == 1 and str(d.process.pid) in second.stderr,
+          second.stderr)
     with tempfile.TemporaryDirectory() as folder:
         copy = os.path.join(folder, "c")
         shutil.copy(SAMPLE, copy)
-        busy = subprocess.run([MGMTD, "-c", copy, "--http", f"127.0.0.1:{d.port}"], capture_output=True, text=True, timeout=30)
-        check("a busy port names port and option", busy.returncode == 1 and str(d.port) in busy.stderr and "--http" in busy.stderr, busy.stderr)
+        busy = subprocess.run([MGMTD, "-c", copy, "--http", f"127.0.0.1:{d.port}"], capture_output=True, text=True,
+            timeout=30)
+        check("a busy port names port and option", busy.returncode == 1 and str(d.port) in busy.stderr and
+              "--http" in busy.stderr, busy.stderr)
         broken = os.path.join(folder, "b")
         open(broken, "w").write("(a(b)")
         bad = subprocess.run([MGMTD, "-c", broken], capture_output=True, text=True, timeout=30)
@@ -325,7 +531,8 @@ def operation(d):
             if not os.path.exists(pid_file):
                 break
             time.sleep(0.05)
-        check("in the background, with a pid file until its end", up.returncode == 0 and not os.path.exists(pid_file), up.stderr)
+        check("in the background, with a pid file until its end", up.returncode == 0 and not os.path.exists(pid_file),
+              up.stderr)
     check("misuse", subprocess.run([MGMTD], capture_output=True).returncode == 2 and
           subprocess.run([MGMTD, "-c", "x", "--http", "nonsense"], capture_output=True).returncode == 2)
     began = time.monotonic()
@@ -343,6 +550,11 @@ def operation(d):
         check("and closed the idle connection", idle.recv(1) == b"")
     d.start()
     check("SIGINT, too", d.stop(signal.SIGINT) == 0)
+    d.start("--line", "0.0.0.0:0")
+    log = d.curl("/log")[1]
+    check("listening elsewhere than on loopback is warned of", "warn listening on 0.0.0.0 port" in log and
+          log.count("listening") == 1, log)
+    d.stop()
     d.start("--readonly")
     check("--readonly refuses", d.curl("-X", "PUT", "--data-binary", "1", "/conf/wan/0/mtu")[0] == 403 and d.alive())
 
@@ -404,11 +616,12 @@ def memory(d, count):
 
 def main():
     if SLOW:
-        for case, count in (kills, 200), (memory, 200000):
+        for case, count in (slow_clients, 20), (kills, 200), (memory, 200000):
             with daemon() as d:
                 case(d, count)
     else:
-        for case in clients, reading, editing, two_people, other_sites, hostile, pages, line_protocol, operation:
+        for case in (clients, reading, editing, two_people, other_sites, hostile, nonces, break_out, bodies, crowd, pages,
+                     line_protocol, operation):
             with daemon() as d:
                 case(d)
                 check(f"{case.__name__}: the daemon lives and ends well", d.alive() and d.stop() == 0)
