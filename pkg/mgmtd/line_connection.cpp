@@ -4,6 +4,7 @@
 #include "line_proto.h"
 
 #include <memory>
+#include <sys/socket.h>
 
 namespace mgmtd
 {
@@ -14,6 +15,9 @@ namespace
 constexpr double kLoginMs = 60 * 1000;     // to log in
 constexpr double kIdleMs = 15 * 60 * 1000; // between two commands
 constexpr double kEndMs = 2 * 1000;
+// How often a silent connection is looked at: a line that does not fit is never delivered.
+constexpr double kLookMs = 5 * 1000;
+constexpr int kMaxLine = 8192; // what a request for lines buffers
 
 class LineConnection : public Connection
 {
@@ -30,13 +34,17 @@ public:
 
     void begin()
     {
-        arm(kLoginMs);
+        wait_for_line(kLoginMs);
         estream_read_line(stream_);
     }
 
     void input(const char *bytes, int length)
     {
-        if (ending_ || daemon_->stopping())
+        if (ending_) {
+            estream_read_ack(stream_, length);
+            return;
+        }
+        if (daemon_->stopping())
             return;
         daemon_->stats()->line_commands++;
         const bool slow = !session_.logged_in && daemon_->throttle()->is_slow(peer_, monotonic_ms());
@@ -63,7 +71,7 @@ public:
     void drained()
     {
         if (ending_)
-            return close();
+            return drop();
         if (paused_) {
             paused_ = false;
             estream_read_line(stream_);
@@ -82,7 +90,7 @@ public:
     void deadline()
     {
         if (!waiting_)
-            return close();
+            return look();
         waiting_ = false;
         daemon_->throttle()->leave();
         answer_now();
@@ -95,8 +103,37 @@ public:
 private:
     void write(View text) { estream_write(stream_, text.data(), static_cast<int>(text.size())); }
 
+    void wait_for_line(double ms)
+    {
+        left_ms_ = ms;
+        arm(kLookMs);
+    }
+
+    void look()
+    {
+        left_ms_ -= kLookMs;
+        if (ending_ || ended_ || left_ms_ <= 0)
+            return close();
+        arm(kLookMs);
+        if (paused_ || estream_pending_read(stream_) < kMaxLine)
+            return;
+        write("error 413 the line is longer than 8 kB\n");
+        end();
+    }
+
+    // The last answer is out. Closing with unread input would reset the connection, and could take it along.
+    void drop()
+    {
+        if (ended_)
+            return close();
+        shutdown(estream_fd_get(stream_), SHUT_WR);
+        estream_read_forever(stream_, kMaxLine);
+    }
+
     void end()
     {
+        if (closed()) // writing may have found the peer gone
+            return;
         ending_ = true;
         estream_read_abort(stream_);
         arm(kEndMs);
@@ -111,7 +148,10 @@ private:
             return;
         if (end_due_)
             return end();
-        arm(ended_ ? kEndMs : session_.logged_in ? kIdleMs : kLoginMs);
+        if (ended_)
+            arm(kEndMs);
+        else
+            wait_for_line(session_.logged_in ? kIdleMs : kLoginMs);
         if (estream_pending_write(stream_) > kMaxPending) {
             paused_ = true;
             estream_read_abort(stream_);
@@ -120,6 +160,7 @@ private:
 
     LineSession session_;
     TextBuilder out_;
+    double left_ms_ = 0; // until the next line must be there
     bool end_due_ = false;
     bool ending_ = false; // what is written is the last
     bool ended_ = false;  // the peer sends no more

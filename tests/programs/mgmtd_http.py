@@ -503,6 +503,13 @@ def line_protocol(d):
     for name, text, good in rows:
         answer = talk(text)
         check(f"line protocol: {name}", good(answer), answer)
+    long = "set wan/0/mtu " + "9" * 100000 + "\n"
+    with socket.create_connection(("127.0.0.1", d.line_port), timeout=15) as s:
+        s.sendall((login + long).encode())
+        s.recv(len("ok logged in\n"), socket.MSG_WAITALL)
+        check("line protocol: a line that is too long is told of",
+              s.recv(100) == b"error 413 the line is longer than 8 kB\n" and
+              d.curl("/diff") == (200, ""))
     check("line protocol: noise closes", d.raw(bytes(range(256)) * 100, port=d.line_port).count("\n") <= 1)
 
 
