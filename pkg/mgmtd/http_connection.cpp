@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr int kReadBuffer = 2048;   // all that an idle connection holds for reading
-constexpr size_t kPiece = 4 * 1024; // of a long body, so that no large buffer for writing stays
+constexpr size_t kPiece = 2 * 1024; // of a long body, so that no large buffer for writing stays
 constexpr size_t kMaxDropped = kMaxBody;
 constexpr double kIdleMs = 60 * 1000;
 constexpr double kHeadMs = 10 * 1000;
