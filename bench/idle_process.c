@@ -1,6 +1,6 @@
-/* What an idle process keeps for itself: one with a loop, a listener and ten timers, on the shared library or the
- * archive, or without the library (IDLE_BARE) for comparison. Prints, for the libraries that encrypt and for all the
- * rest, the bytes of its private pages; what merely is in the page cache does not count. */
+/* What an idle process keeps for itself: one with a loop, a listener and ten timers, on the shared library or
+ * the archive, or without the library (IDLE_BARE) for comparison. Prints, for the libraries that encrypt and
+ * for all the rest, the bytes of its private pages; what merely is in the page cache does not count. */
 #ifndef IDLE_BARE
 #include "util/kutil.h"
 #endif

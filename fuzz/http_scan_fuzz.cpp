@@ -1,5 +1,5 @@
-// Any bytes as what a client of mgmtd sends: they mean the same in whatever pieces they arrive, and what is accepted
-// means the same when it is written again in the plainest way. Names and fields go there and back.
+// Any bytes as what a client of mgmtd sends: they mean the same in whatever pieces they arrive, and what is
+// accepted means the same when it is written again in the plainest way. Names and fields go there and back.
 
 #include "mgmtd/http_path.h"
 #include "mgmtd/http_scan.h"
@@ -80,7 +80,8 @@ void check_form(View encoded)
 std::string describe(const Request &r)
 {
     std::string all = word(method_name(r.method));
-    for (const View view : {r.target, r.path, r.query, r.host, r.authorization, r.origin, r.fetch_site, r.body})
+    for (const View view :
+         {r.target, r.path, r.query, r.host, r.authorization, r.origin, r.fetch_site, r.body})
         all += "\n" + std::to_string(view.size()) + ":" + word(view);
     for (const bool flag :
          {r.has_authorization, r.has_origin, r.has_fetch_site, r.keep_alive, r.expects_continue, r.has_body})
@@ -101,7 +102,8 @@ void check_request(const Request &r)
 // The request in the plainest form.
 std::string rewrite(const Request &r)
 {
-    std::string all = word(method_name(r.method)) + " " + word(r.target) + " HTTP/1.1\r\nHost: " + word(r.host) + "\r\n";
+    std::string all =
+        word(method_name(r.method)) + " " + word(r.target) + " HTTP/1.1\r\nHost: " + word(r.host) + "\r\n";
     const auto line = [&](bool has, const char *name, View value) {
         if (has)
             all += name + word(value) + "\r\n";

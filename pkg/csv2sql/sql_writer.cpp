@@ -280,7 +280,8 @@ Exit SqlWriter::header(Output &output)
         text.append(' ');
         text.append(type_name(i));
     }
-    text.append(is_mariadb() ? "\n);\nSTART TRANSACTION;\n" : "\n);\n");
+    // Where the server's own default is another character set, it would refuse letters or lose them.
+    text.append(is_mariadb() ? "\n) DEFAULT CHARACTER SET utf8mb4;\nSTART TRANSACTION;\n" : "\n);\n");
     return output_->flush_some();
 }
 

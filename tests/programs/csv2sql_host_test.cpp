@@ -71,6 +71,38 @@ assert [[cell(c) for c in line.split("\t")] for line in open("t.tab", newline=""
         "['INTEGER', 'TEXT', 'REAL', 'DATE']\n");
 }
 
+TEST_F(Csv2sqlHost, MariadbLoadsTheSame)
+{
+    const std::string path = "export PATH=$PATH:/usr/sbin; ";
+    if (bash(path + "command -v mariadbd mariadb").exit_code != 0)
+        GTEST_SKIP() << "mariadbd is not installed";
+    folder_.write("make.py", kMakeTable);
+    folder_.write("compare.py", R"PY(
+import csv, sys
+rows = list(csv.reader(open("t.csv", newline="", encoding="utf-8")))[1:]
+for given, line in zip(rows, sys.stdin, strict=True):
+    id, text, number, day = line.rstrip("\n").split("|")
+    loaded = [id, bytes.fromhex(text).decode("utf-8"), float(number) if number else None, day]
+    assert loaded == [given[0], given[1], float(given[2]) if given[2] else None, given[3]], (given, loaded)
+)PY");
+    // A server that keeps Latin-1 and no backslash escapes unless it is told otherwise.
+    EXPECT_EQ(
+        output(
+            path +
+            "python3 make.py; mkdir data;"
+            "mariadbd --no-defaults --user=$(id -un) --datadir=$PWD/data --tmpdir=$PWD/data --socket=$PWD/s"
+            " --skip-networking --skip-grant-tables --innodb-buffer-pool-size=16M --innodb-log-file-size=8M"
+            " --character-set-server=latin1 --sql-mode=NO_BACKSLASH_ESCAPES >log 2>&1 & trap 'kill $!; wait' "
+            "EXIT;"
+            "sql() { mariadb --no-defaults -S s --batch --skip-column-names --raw \"$@\"; };"
+            "for i in {1..150}; do sql -e 'create database t' 2>/dev/null && break; sleep 0.2; done;"
+            "$csv2sql -i t.csv --dialect mariadb csv sql | sql t;"
+            "sql t -e \"select concat_ws('|', id, hex(convert(\\`te'xt\\` using utf8mb4)),"
+            " ifnull(number, ''), ifnull(day, '')) from t order by id\" | python3 compare.py;"
+            "kill $server; wait $server || true"),
+        "");
+}
+
 TEST_F(Csv2sqlHost, AFailedLoadLeavesNothing)
 {
     folder_.write("t.csv", "a\n1\n\"x\n");

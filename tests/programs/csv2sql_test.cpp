@@ -314,7 +314,8 @@ TEST_F(Csv2sql, WritesSql)
     EXPECT_EQ(output({"-i", "my \"t`.x.csv", "--dialect=mariadb", "--table=t", "csv", "sql"}, ""),
               "SET NAMES utf8mb4;\n"
               "SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'NO_BACKSLASH_ESCAPES', '');\n"
-              "CREATE TABLE `t` (\n  `a\"``` BIGINT,\n  `b` TEXT\n);\nSTART TRANSACTION;\n"
+              "CREATE TABLE `t` (\n  `a\"``` BIGINT,\n  `b` TEXT\n) DEFAULT CHARACTER SET utf8mb4;\n"
+              "START TRANSACTION;\n"
               "INSERT INTO `t` VALUES\n(1,'it\\'s \\\\');\nCOMMIT;\n");
     EXPECT_EQ(output({"csv", "sql"}, "a\n"),
               "BEGIN TRANSACTION;\nCREATE TABLE \"data\" (\n  \"a\" TEXT\n);\nCOMMIT;\n");
