@@ -1,7 +1,4 @@
-// Streams over socket pairs: line echo, a line that arrives byte by byte, and bulk transfer. The byte-by-byte
-// lines are also what instruction counts are taken of, of the engine alone:
-//   valgrind --tool=callgrind --collect-atstart=no --toggle-collect='*stream_on_readable*'
-//       estream_bench --benchmark_filter=ByteByByte/4096 --benchmark_min_time=0
+// Streams over socket pairs: line echo, a line that arrives byte by byte, and bulk transfer.
 
 #include "util/estream.h"
 #include "util/event.h"

@@ -20,8 +20,8 @@
 #include <sys/syscall.h>
 #include <sys/times.h>
 
-// For test programs of one source each. Streams over socket pairs, on a clock of the test's own: waiting for a time-out
-// moves it and takes no time. Reads and writes fail and fall short on demand.
+// For test programs of one source each. Streams over socket pairs, on a clock of the test's own: waiting for
+// a time-out moves it and takes no time. Reads and writes fail and fall short on demand.
 
 namespace estream_fixture
 {
