@@ -15,6 +15,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import urllib.error
 import urllib.parse
 import urllib.request
@@ -24,7 +25,7 @@ from mgmtd_outside import PASSWORD, USER, check, daemon, failures
 FOLDER = sys.argv[3]
 DIRECT = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 WIDTHS = 320, 1280
-TAB, ENTER, SHIFT, CONTROL = "\ue004", "\ue007", "\ue008", "\ue009"
+TAB, ENTER, CONTROL = "\ue004", "\ue007", "\ue009"
 ARGUMENTS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",
              "--disable-background-networking", "--disable-component-update", "--disable-dev-shm-usage"]
 
@@ -96,6 +97,16 @@ class Browser:
             steps = [{"type": "keyDown", "value": held}, *steps, {"type": "keyUp", "value": held}]
         self.call("/actions", {"actions": [{"type": "key", "id": "keyboard", "actions": steps}]})
 
+    def enter(self):
+        """Presses Enter, and waits for the page that this leads to."""
+        self.run("window.left = true")
+        self.keys(ENTER)
+        for _ in range(200):
+            with contextlib.suppress(RuntimeError):  # between two pages there is nothing to ask
+                if self.run("return !window.left && document.readyState === 'complete'"):
+                    return
+            time.sleep(0.05)
+
     def text(self):
         return self.run("return document.body.innerText")
 
@@ -128,29 +139,30 @@ def edit_by_keyboard(d, browser):
     browser.go(d.url + "/ui/tree/wan/0/ppp")
     check("a value is reached by Tab", browser.tab_to('[name="/username"]'))
     browser.keys("a", held=CONTROL)
-    browser.keys(*"kim <b>&\"", ENTER)
+    browser.keys(*"kim <b>&\"")
+    browser.enter()
     check("Enter saves it, and the bar says so", "1 change not committed" in browser.text() and
           browser.path() == "/ui/tree/wan/0/ppp", browser.text()[:300])
     check("the field shows what was typed",
           browser.run("return document.querySelector('[name=\"/username\"]').value") == 'kim <b>&"')
     check("the difference is a Tab and Enter away", browser.tab_to('.bar a[href="/ui/diff"]'))
-    browser.keys(ENTER)
+    browser.enter()
     check("it shows the change", browser.path() == "/ui/diff" and 'kim' in browser.text() and
           "ppp/username" in browser.text())
     check("nothing is stored yet", "kim" not in open(d.file).read())
     check("the commit is reached by Tab", browser.tab_to("#commit button"))
-    browser.keys(ENTER)
+    browser.enter()
     check("committed", "0 changes not committed" in browser.text() and 'kim' in open(d.file).read(), browser.text()[:300])
     browser.go(d.url + "/ui/tree/wifi/ssid/0")
     check("a choice is reached by Tab", browser.tab_to('select[name="/security"]'))
     browser.keys("o")
     browser.tab_to("main form button")
-    browser.keys(ENTER)
+    browser.enter()
     check("chosen by its letter and saved", d.curl("/diff") == (200, "~ wifi/ssid/0/security=open\n"), d.curl("/diff"))
     check("the way to revert", browser.tab_to('.bar a[href="/ui/diff#revert"]'))
-    browser.keys(ENTER)
+    browser.enter()
     check("the revert is reached by Tab", browser.tab_to("#revert button"))
-    browser.keys(ENTER)
+    browser.enter()
     check("reverted", "0 changes not committed" in browser.text() and d.curl("/diff") == (200, ""))
 
 
