@@ -2,6 +2,8 @@
 
 #include "common/file_lock.h"
 #include "programs/child_program.h"
+#include "util/hex.h"
+#include "util/http_auth.h"
 #include "zconf/value_type.h"
 
 #include <csignal>
@@ -724,4 +726,50 @@ TEST_F(Zconf, TheSampleIsWholeAndHoldsNoSecret)
         secrets++;
     }
     EXPECT_GT(secrets, 10U);
+}
+
+// What zconf makes of the sample is kept as digests, written on one machine and compared on every other. With
+// KUTIL_GOLDEN_WRITE set they are written instead, as they must be when the sample changes.
+TEST_F(Zconf, MakesTheSameBytesOfTheSampleOnEveryMachine)
+{
+    std::ostringstream sample;
+    sample << std::ifstream(KUTIL_SOURCE_DIR "/share/gateway.conf", std::ios::binary).rdbuf();
+    folder.write("c", sample.str());
+    const Row steps[] = {
+        {{"format"}, 0, "", ""},
+        {{"list"}, 0, "", ""},
+        {{"print"}, 0, "", ""},
+        {{"set", "--type", "secret", "wan/0/ppp/password", "geheim \xC3\xA9"}, 0, "", ""},
+        {{"set", "--type", "ip", "extra/ip6", "2001:db8:0::ff00:42:8329"}, 0, "", ""},
+        {{"set", "--type", "u64", "extra/u64", "18446744073709551615"}, 0, "", ""},
+        {{"set", "--type", "float", "extra/float", "-0.333333"}, 0, "", ""},
+        {{"set", "extra/bytes", "\x01 & \x7F \x80 \xFF"}, 0, "", ""},
+        {{"add", "device"}, 0, "", ""},
+        {{"del", "wifi/ssid"}, 0, "", ""},
+        {{"--force", "replace", KUTIL_SOURCE_DIR "/tests/golden/tree.conf", "text"}, 0, "", ""},
+        {{"diff", KUTIL_SOURCE_DIR "/share/gateway.conf"}, 1, "", ""},
+        {{"format", "--dos"}, 0, "", ""},
+    };
+    std::string made;
+    const auto note = [&](const std::string &bytes) {
+        uint8_t digest[16];
+        char hex[33];
+        hmac_md5(reinterpret_cast<const uint8_t *>(bytes.data()), static_cast<int>(bytes.size()), nullptr, 0,
+                 digest);
+        made += " " + std::to_string(bytes.size()) + " " + bin_2_hex(digest, sizeof(digest), hex);
+    };
+    for (const Row &step : steps) {
+        const ProgramResult result = zconf(step.words);
+        EXPECT_EQ(result.exit_code, step.exit_code) << joined(step.words) << result.err;
+        made += step.words[0];
+        note(folder.read("c"));
+        note(result.out);
+        made += "\n";
+    }
+    const std::string golden = KUTIL_SOURCE_DIR "/tests/golden/zconf.txt";
+    if (getenv("KUTIL_GOLDEN_WRITE"))
+        std::ofstream(golden) << made;
+    std::ostringstream kept;
+    kept << std::ifstream(golden).rdbuf();
+    EXPECT_EQ(made, kept.str()) << "command, then bytes and digest of the file and of what was printed";
 }
