@@ -5,7 +5,6 @@ usage: mgmtd_bench.py MGMTD SAMPLE [--short]
 """
 import contextlib
 import hashlib
-import os
 import pathlib
 import re
 import socket
@@ -18,12 +17,6 @@ from mgmtd_outside import AUTH, PASSWORD, USER, daemon  # noqa: E402
 
 SHORT = "--short" in sys.argv[3:]
 TARGET = "/conf/wan/0/mode?format=value"
-TICKS = os.sysconf("SC_CLK_TCK")
-
-
-def cpu_seconds(d):
-    fields = open(f"/proc/{d.process.pid}/stat").read().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / TICKS
 
 
 def kilobytes(d):
@@ -70,12 +63,12 @@ def rate(d, name, step, unit=1):
     seconds = 0.05 if SHORT else 2
     for _ in range(10):
         step()
-    began, wall, count = cpu_seconds(d), time.monotonic(), 0
-    while cpu_seconds(d) - began < seconds:
+    began, wall, count = d.cpu_seconds(), time.monotonic(), 0
+    while d.cpu_seconds() - began < seconds:
         for _ in range(20):
             step()
         count += 20 * unit
-    used, wall = cpu_seconds(d) - began, time.monotonic() - wall
+    used, wall = d.cpu_seconds() - began, time.monotonic() - wall
     print(f"{name:48}{count / used:10,.0f} a CPU second{used / count * 1e6:9.1f} us   (daemon busy {used / wall:.0%})",
         flush=True)
 

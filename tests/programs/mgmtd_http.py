@@ -13,6 +13,7 @@ import http.client
 import json
 import os
 import re
+import resource
 import shutil
 import signal
 import socket
@@ -28,6 +29,11 @@ from mgmtd_outside import AUTH, MGMTD, PASSWORD, SAMPLE, USER, check, daemon, fa
 
 SLOW = "--slow" in sys.argv[3:]
 SANITIZED = "--sanitized" in sys.argv[3:]
+HEADERS = dict([AUTH.split(": ", 1)])
+
+
+def http_connection(d):
+    return contextlib.closing(http.client.HTTPConnection("127.0.0.1", d.port, timeout=20))
 
 
 def clients(d):
@@ -50,7 +56,7 @@ def clients(d):
         check(f"urllib {handler.__name__}", got == b"gateway", got)
     connection = http.client.HTTPConnection("127.0.0.1", d.port, timeout=20)
     for _ in range(3):
-        connection.request("GET", "/conf?format=json", headers=dict([AUTH.split(": ", 1)]))
+        connection.request("GET", "/conf?format=json", headers=HEADERS)
         tree = json.loads(connection.getresponse().read())
         check("http.client reads JSON of the whole tree", tree["wan"]["0"]["mode"] == "pppoe")
     connection.close()
@@ -566,6 +572,75 @@ def operation(d):
     check("--readonly refuses", d.curl("-X", "PUT", "--data-binary", "1", "/conf/wan/0/mtu")[0] == 403 and d.alive())
 
 
+@contextlib.contextmanager
+def no_descriptors(d):
+    """The daemon can open nothing for a while."""
+    number, pid = resource.RLIMIT_NOFILE, d.process.pid
+    old = resource.prlimit(pid, number)
+    resource.prlimit(pid, number, (max(map(int, os.listdir(f"/proc/{pid}/fd"))) + 1, old[1]))
+    yield
+    resource.prlimit(pid, number, old)
+
+
+def signals(d):
+    """Connections live through a reload; on SIGTERM what is begun is answered with 503; a commit that cannot be saved."""
+    get = f"GET /conf/wan/0/mode HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\n\r\n".encode()
+
+    def ask(s, data):
+        s.sendall(data)
+        return status(s.recv(65536).decode("latin-1"))
+
+    zconf = subprocess.run([os.path.join(os.path.dirname(MGMTD), "zconf"), "-f", d.file, "set", "wan/0/mtu", "1"],
+                           capture_output=True, text=True, timeout=60)
+    check("zconf may read, but not change what the daemon holds", zconf.returncode != 0 and
+          str(d.process.pid) in zconf.stderr, zconf)
+    d.curl("-X", "PUT", "--data-binary", "2", "/conf/wan/0/mtu")
+    with socket.create_connection(("127.0.0.1", d.port), timeout=10) as s:
+        check("before a reload", ask(s, get) == [200])
+        d.process.send_signal(signal.SIGHUP)
+        time.sleep(0.2)
+        check("the connection lives through the reload", ask(s, get) == [200] and "reloaded" in d.curl("/log")[1])
+    check("and new ones are taken, with the candidate as it was", d.curl("/diff") == (200, "+ wan/0/mtu=2\n"))
+    before = open(d.file).read()
+    with no_descriptors(d), socket.create_connection(("127.0.0.1", d.port), timeout=1) as s:
+        began = d.cpu_seconds()
+        with contextlib.suppress(OSError):
+            s.recv(1)  # it is not served, or closed
+        check("nor does it spin", d.cpu_seconds() - began < 0.5)
+    check("it lives through a want of descriptors", d.alive())
+    with http_connection(d) as c:
+        c.request("GET", "/stats", headers=HEADERS)
+        c.getresponse().read()
+        with no_descriptors(d):
+            c.request("POST", "/commit", headers=HEADERS)
+            answer = c.getresponse()
+            text = answer.read().decode()
+    check("a commit that cannot be saved is told of and changes nothing", answer.status == 507 and
+          open(d.file).read() == before and d.curl("/conf/wan/0/mtu")[0] == 404 and
+          d.curl("/diff") == (200, "+ wan/0/mtu=2\n"), (answer.status, text))
+    check("it can be repeated", d.curl("-X", "POST", "/commit")[0] == 200 and "(mtu(2))" in open(d.file).read())
+    with contextlib.ExitStack() as stack:
+        begun, hanging = [stack.enter_context(socket.create_connection(("127.0.0.1", d.port), timeout=10)) for _ in range(2)]
+        begun.sendall(get[:20])
+        hanging.sendall(get[:20])
+        time.sleep(0.2)
+        began = time.monotonic()
+        d.process.send_signal(signal.SIGTERM)
+        time.sleep(0.2)
+        check("what is begun when it ends gets 503", ask(begun, get[20:]) == [503] and begun.recv(1) == b"")
+        check("what hangs is cut after five seconds", d.process.wait(20) == 0 and 4 < time.monotonic() - began < 12,
+              time.monotonic() - began)
+    d.process.stdout.close()
+    if os.path.exists("/proc/net/if_inet6") and "00000000000000000000000000000001" in open("/proc/net/if_inet6").read():
+        d.start("--http", "[::1]:0")
+        url = f"http://[::1]:{d.ports[1]}/conf/wan/0/mode?format=value"
+        got = subprocess.run(["curl", "-s", "-g", "--digest", "-u", f"{USER}:{PASSWORD}", url], capture_output=True,
+            timeout=30)
+        check("IPv6", got.stdout == b"pppoe", got)
+    else:
+        d.start()
+
+
 def kills(d, count):
     """The file is whole, and holds every commit that was answered, whenever the daemon is killed."""
     for i in range(count):
@@ -575,7 +650,7 @@ def kills(d, count):
         answered = False
         with contextlib.suppress(OSError, http.client.HTTPException):
             c = http.client.HTTPConnection("127.0.0.1", d.port, timeout=10)
-            c.request("POST", "/commit", headers=dict([AUTH.split(": ", 1)]))
+            c.request("POST", "/commit", headers=HEADERS)
             answered = c.getresponse().status == 200
         killer.wait()
         d.process.wait(10)
@@ -628,7 +703,7 @@ def main():
                 case(d, count)
     else:
         for case in (clients, reading, editing, two_people, other_sites, hostile, nonces, break_out, bodies, crowd, pages,
-                     line_protocol, operation):
+                     line_protocol, operation, signals):
             with daemon() as d:
                 case(d)
                 check(f"{case.__name__}: the daemon lives and ends well", d.alive() and d.stop() == 0)

@@ -45,8 +45,11 @@ class Daemon:
             [MGMTD, "-c", self.file, "--http", "127.0.0.1:0", "--line", "127.0.0.1:0", *options],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         assert self.process.stdout.readline() == "ready\n", "mgmtd did not start"
-        self.port = int(re.search(r":(\d+)/", self.process.stdout.readline())[1])
-        self.line_port = int(self.process.stdout.readline().rsplit(":", 1)[1])
+        self.ports = []  # of each --http
+        while url := re.match(r"http://.*:(\d+)/", line := self.process.stdout.readline()):
+            self.ports.append(int(url[1]))
+        self.port = self.ports[0]
+        self.line_port = int(line.rsplit(":", 1)[1])
         self.url = f"http://127.0.0.1:{self.port}"
 
     def stop(self, number=signal.SIGTERM):
@@ -76,6 +79,10 @@ class Daemon:
     def request(self, head, *headers, body=b"", host="localhost"):
         lines = [head, f"Host: {host}", *headers]
         return self.raw("\r\n".join(lines).encode("latin-1") + b"\r\n\r\n" + body)
+
+    def cpu_seconds(self):
+        fields = open(f"/proc/{self.process.pid}/stat").read().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
     def alive(self):
         return self.process.poll() is None and self.curl("/conf/wan/0/mode?format=value") == (200, "pppoe")
