@@ -15,6 +15,7 @@
 #include "str.h"
 #include "str_escape.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
 #include <spawn.h>
@@ -162,7 +163,7 @@ int run_and_wait(const char *command)
         const AlarmHandler handler;
         running = pid;
         // Deliberate: nobody cancels the alarm, and a time-out of 0 cancels one that somebody else set.
-        alarm(static_cast<unsigned>(settings.timeout_s));
+        alarm(static_cast<unsigned>(std::max(settings.timeout_s, 0)));
         status = wait_for(pid);
         running = 0;
         if (own_group)
@@ -229,7 +230,7 @@ char *inside_apostrophes(const char *command)
 
 } // namespace
 
-int sys_set_timeout(int seconds) { return std::exchange(settings.timeout_s, seconds > 0 ? seconds : 0); }
+int sys_set_timeout(int seconds) { return std::exchange(settings.timeout_s, seconds); }
 
 int sys_setpgid(int on) { return std::exchange(settings.own_group, on); }
 
