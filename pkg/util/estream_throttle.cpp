@@ -101,14 +101,12 @@ void on_release(void *data, void *, event_any_cb)
     Relay *relay = static_cast<Relay *>(data);
     Side &self = relay->sides[I];
     Side &other = relay->sides[1 - I];
-    if (self.finished) {
-        self.released = true;
-        return;
-    }
-    const Use use(relay);
     self.released = true;
     if (!other.finished)
         estream_read_abort(other.stream);
+    if (self.finished)
+        return;
+    const Use use(relay);
     finish(relay, self, other);
 }
 
@@ -146,13 +144,18 @@ int on_half_close(estream *es)
     return 0;
 }
 
+// A request of the stream's owner is replaced.
+void read(const Side &side)
+{
+    if (!side.input_ended && !side.is(ESTREAM_THROTTLE_MANUAL))
+        estream_read_forever(side.stream, side.options.read_size);
+}
+
 void read_on(const Side &side)
 {
-    if (side.input_ended || side.is(ESTREAM_THROTTLE_MANUAL))
-        return;
     // A new request shows a full filter again what it left. The others leave nothing.
-    if (side.options.full_filter || estream_get_read_req(side.stream) == 0)
-        estream_read_forever(side.stream, side.options.read_size);
+    if (side.options.full_filter || side.stream->type != ReadType::Forever)
+        read(side);
 }
 
 int on_written(Relay *relay, Side &self, Side &other)
@@ -228,7 +231,7 @@ void begin(const Side &self, const Side &other)
 {
     if (self.finished || other.finished)
         return;
-    read_on(self);
+    read(self);
     // Its end of input is told once only, and that was before.
     if (!self.released && self.stream->half_closed)
         on_half_close(self.stream);

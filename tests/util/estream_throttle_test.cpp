@@ -135,6 +135,47 @@ TEST_F(Relay, PassesBothWaysUnchanged)
     EXPECT_TRUE(a.owners_data.empty() && b.owners_data.empty());
 }
 
+// The request that the owner left is replaced, and what it has buffered goes first.
+TEST_F(Relay, BeginsInTheOwnersCallback)
+{
+    make(a, 0);
+    make(b, 0);
+    static Relay *test;
+    test = this;
+    estream_set_func(a.es, [](estream *, char *line, int) {
+        EXPECT_STREQ(line, "CONNECT");
+        estream_throttle(test->a.es, nullptr, test->b.es, nullptr);
+        return 0;
+    });
+    estream_read_line(a.es);
+    estream_read(b.es, 100);
+    send(a, "CONNECT\r\nline\npiece");
+    send(b, "short");
+    EXPECT_TRUE(gets(b, "line\npiece"));
+    EXPECT_TRUE(gets(a, "short"));
+    EXPECT_EQ(estream_get_read_req(a.es), 102400);
+}
+
+// When one side is to end and then goes at once, the other is not read any more.
+TEST_F(Relay, ASideGoesWhileItEnds)
+{
+    start({}, {.high_water = 1 << 20});
+    size_t sent = 0;
+    run_until([&] {
+        const ssize_t n = ::send(a.peer, kLarge.data(), kLarge.size() - sent, MSG_DONTWAIT);
+        sent += n > 0 ? static_cast<size_t>(n) : 0;
+        return sent == kLarge.size();
+    });
+    run_for(20);
+    estream_throttle_finish(a.es);
+    ASSERT_EQ(b.released, 0);
+    estream_close(a.es);
+    EXPECT_EQ(estream_get_read_req(b.es), 0);
+    EXPECT_TRUE(both_closed());
+    EXPECT_TRUE(until([&] { return b.ended; }));
+    EXPECT_EQ(b.got.size(), kLarge.size());
+}
+
 // Reading pauses above the other side's mark, exactly, and goes on by itself.
 TEST_F(Relay, FlowControl)
 {
