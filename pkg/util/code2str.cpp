@@ -72,7 +72,7 @@ int strn2code(const code_str *table, const char *s, size_t n)
         // Deliberate: judged before the hidden flag, so a nameless row ends the walk whatever else it is.
         if (!row->name)
             return row->code;
-        if (!row->hidden && word == row->name)
+        if (!row->hidden && word.size() == n && word == row->name)
             return row->code;
     }
     return -1;

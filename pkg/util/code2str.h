@@ -71,8 +71,9 @@ KUTIL_API const char *code2str(const code_str *table, int code);
 KUTIL_API int str2code(const code_str *table, const char *s);
 
 /* strn2code returns the code of the first row of `table` that is not hidden and whose name is exactly the
- * first `n` characters of `s` (fewer when `s` is shorter), or -1. Indirect texts are not looked at.
- * Deliberate: the walk ends at the first row without a name, hidden or not, and returns that row's code. */
+ * first `n` characters of `s`, or -1; it has `n` characters, so an `s` that is shorter finds no name.
+ * Indirect texts are not looked at. Deliberate: the walk ends at the first row without a name, hidden or not,
+ * and returns that row's code. */
 KUTIL_API int strn2code(const code_str *table, const char *s, size_t n);
 
 /* code2str_ex returns the canonical word of the first row of `table` with `code` that is not hidden. None:

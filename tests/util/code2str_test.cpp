@@ -58,6 +58,7 @@ TEST(Code2str, CountedWordsIgnoreHiddenRowsAndStopAtANamelessOne)
 {
     EXPECT_EQ(strn2code(colours, "redder", 3), 1);
     EXPECT_EQ(strn2code(colours, "re", 9), 4);
+    EXPECT_EQ(strn2code(colours, "red", 9), 4); // a name has all n characters
     EXPECT_EQ(strn2code(colours, "redder", 6), 4);
     EXPECT_EQ(strn2code(colours, "scarlet", 7), 4);
     EXPECT_EQ(strn2code(colours, "blue", 4), 3); // the name, not the indirect text
