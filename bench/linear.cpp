@@ -1,5 +1,6 @@
-// One operation at one size, once: linear NAME SIZE; without arguments it lists the names. scripts/check-linear counts
-// the instructions that measured() takes at three sizes, each twice the one before.
+// One operation at one size, once: linear NAME SIZE; without arguments it lists the names.
+// scripts/check-linear counts the instructions that measured() takes at three sizes, each twice the one
+// before.
 
 #include "util/kutil.h"
 
@@ -83,7 +84,10 @@ csv *read_table(const std::string &text)
     return table;
 }
 
-std::string page_of(size_t n) { return repeated("The <b>fox</b> isn't 50% \"lazy\", but a/b & c_d; \\ \x01\xc3\xa9.\n", n); }
+std::string page_of(size_t n)
+{
+    return repeated("The <b>fox</b> isn't 50% \"lazy\", but a/b & c_d; \\ \x01\xc3\xa9.\n", n);
+}
 
 // --- Operations.
 
@@ -134,7 +138,8 @@ void count_near_misses(size_t n)
 
 void split_and_join(size_t n)
 {
-    const std::string text = numbered(n, [](const std::string &i) { return "lan" + i + ".address=192.168.1.1\n"; });
+    const std::string text =
+        numbered(n, [](const std::string &i) { return "lan" + i + ".address=192.168.1.1\n"; });
     char **list = nullptr;
     char *joined = nullptr;
     measured([&] {
@@ -263,7 +268,10 @@ void unknown_login_parameters(size_t n)
 {
     const std::string header = "Digest " + repeated("name=\"value\", realm=r, ", n);
     http_auth_request request = {"GET", "/", header.c_str()};
-    measured([&] { http_check_auth(&request, [](void *, const char *) -> char * { return nullptr; }, nullptr); });
+    measured([&] {
+        http_check_auth(
+            &request, [](void *, const char *) -> char * { return nullptr; }, nullptr);
+    });
 }
 
 int end_at_line(estream *, char *line, int)
@@ -320,6 +328,13 @@ void timers(size_t n)
     event_loop_uninit();
 }
 
+// Level 8 is delivered to nobody here.
+void report_long_text(size_t n)
+{
+    const std::string text(n, 'x');
+    measured([&] { zel_error_long_full(1, 8, text.c_str()); });
+}
+
 constexpr struct {
     const char *name;
     size_t size; // the smallest of the three
@@ -354,6 +369,7 @@ constexpr struct {
     {"login, unknown parameters", 16384, unknown_login_parameters},
     {"line byte by byte", 2048, line_byte_by_byte},
     {"timers", 16384, timers},
+    {"report of a long text", 131072, report_long_text},
 };
 
 } // namespace

@@ -57,7 +57,6 @@ struct Reporter {
     bool reboot_on_exit;
     bool reboot_on_crash;
     bool in_exit_hook;
-    bool in_reboot_hook;
     bool ending; // exit handlers are running
     int depth;   // reports under way, one inside the other
     int deliveries;
@@ -376,7 +375,8 @@ int zel_error_long_full(int entity, uint32_t flags, const char *text)
     constexpr size_t kPiece = kMessageSize;
     size_t remaining = text ? strlen(text) : 0;
     while (remaining > 0) {
-        zel_error_full(entity, flags, "%s", text);
+        // The precision keeps the C library from measuring all of the rest for each piece.
+        zel_error_full(entity, flags, "%.*s", kMessageSize - 1, text);
         const size_t step = remaining < kPiece ? remaining : kPiece;
         text += step;
         remaining -= step;
