@@ -297,10 +297,9 @@ KUTIL_API void csv_normalize(csv *table, int allow_few);
 
 /* ---- Searching, sorting, merging ---- */
 
-/* csv_search returns the first line whose values compare equal to those given, pairs of names and values
- * (const char
- * *), up to a NULL name; NULL when there is none. Fatal reports: "csv: name %s does not exist", "csv: got
- * search name with no value". */
+/* csv_search returns the first line whose values compare equal to those given, pairs of texts, a name and a
+ * value each, up to a NULL name; NULL when there is none. Fatal reports: "csv: name %s does not exist",
+ * "csv: got search name with no value". */
 KUTIL_API csv_line *csv_search(csv *table, ...) KUTIL_SENTINEL;
 
 /* csv_search_ap is csv_search with its pairs in a va_list, which is used up. */

@@ -316,8 +316,16 @@ void csv_fields_set(csv *table, csv_line *line, ...)
 
 void csv_fields_set_ap(csv *table, csv_line *line, va_list ap)
 {
-    while (const char *name = va_arg(ap, const char *))
-        csv_field_set(table, line, name, va_arg(ap, const char *));
+    // All pairs are copied before the first is set: a later one may lie in a cell that an earlier one
+    // changes.
+    LineBuilder pairs;
+    while (const char *name = va_arg(ap, const char *)) {
+        pairs.add(name);
+        pairs.add(va_arg(ap, const char *));
+    }
+    for (const csv_cell *pair = pairs.line()->cells; pair; pair = pair->next->next)
+        csv_field_set(table, line, pair->text, pair->next->text);
+    csv_line_free(pairs.line());
 }
 
 void csv_field_set_printf(csv *table, csv_line *line, const char *name, const char *format, ...)

@@ -293,6 +293,8 @@ TEST_F(CsvTest, FieldsAreFoundIgnoringCase)
     csv_field_set(t, first, "x", nullptr);
     csv_field_set_printf(t, first, "name", "%s-%d", csv_field_get(t, first, "name"), 7);
     EXPECT_EQ(shown_line(first), "2:1-7||2\n");
+    csv_fields_set(t, first, "name", "9", "x", csv_field_get(t, first, "name"), NULL); // its text before
+    EXPECT_EQ(shown_line(first), "2:9|1-7|2\n");
     csv_cell other{};
     csv_field_set_fast(t, first, &other, "no");
     EXPECT_STREQ(csv_field_get_fast(t, first, &other), "");
