@@ -154,8 +154,8 @@ void append_title(const PageContext &page, View title)
     page.out->append("</h1>");
 }
 
-// The way to the key, each name a link, and the last one as the title.
-void append_crumbs(const PageContext &page, View path)
+// The way to the key, each name a link, and the last one as the title, with what an entry calls itself.
+void append_crumbs(const PageContext &page, View path, View entry = "")
 {
     struct Walk {
         const PageContext *page;
@@ -179,7 +179,13 @@ void append_crumbs(const PageContext &page, View path)
         },
         &walk);
     page.out->append("</nav>");
-    append_title(page, walk.last ? View(walk.last.get()) : View("Configuration"));
+    TextBuilder title;
+    title.append(walk.last ? View(walk.last.get()) : View("Configuration"));
+    if (!entry.empty()) {
+        title.append(": ");
+        title.append(entry);
+    }
+    append_title(page, title.text());
 }
 
 // --- Values.
@@ -456,7 +462,7 @@ bool write_node_page(const PageContext &page, View path)
         return false;
     TextBuilder *out = page.out;
     open_page(page, path.empty() ? View("Configuration") : path);
-    append_crumbs(page, path);
+    append_crumbs(page, path, path.empty() ? View() : entry_title(copy));
     const set *own = path.empty() ? nullptr : value_leaf(copy);
     const bool small = count_direct(copy) > 0 || set_get_nsons(&copy) <= kMaxInline;
     if (path.empty()) {
