@@ -266,13 +266,13 @@ locale_t english()
 // strftime, with "" for what cannot be printed or does not fit.
 size_t print_format(char *out, size_t size, time_t t, const char *format, bool local)
 {
-    out[0] = '\0';
+    char made[kTextSize]; // aside: the format may be the text that stands in `out`
     tm fields = {};
-    if (!format || !break_down(t, local, fields))
-        return 0;
-    const size_t length =
-        english() ? strftime_l(out, size, format, &fields, english()) : strftime(out, size, format, &fields);
-    out[length] = '\0';
+    size_t length = 0;
+    if (format && break_down(t, local, fields))
+        length = english() ? strftime_l(made, size, format, &fields, english())
+                           : strftime(made, size, format, &fields);
+    *put(out, View(made, length)) = '\0';
     return length;
 }
 
@@ -473,11 +473,13 @@ char *date_us_itoa_fmt(const timeval *tv, const char *format, int local)
 {
     static char text[kTextSize];
     constexpr size_t kFraction = sizeof(".-9223372036854775808");
-    text[0] = '\0';
-    if (!tv || !format)
+    if (!tv || !format) {
+        text[0] = '\0';
         return text;
+    }
+    const bool has_no_text = *format == '\0'; // asked before the text changes: it may be the format
     const size_t length = print_format(text, sizeof(text) - kFraction, tv->tv_sec, format, local != 0);
-    if (length > 0 || *format == '\0')
+    if (length > 0 || has_no_text)
         snprintf(text + length, kFraction + 1, ".%06lld", static_cast<long long>(tv->tv_usec));
     return text;
 }

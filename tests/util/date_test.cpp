@@ -194,6 +194,7 @@ TEST(DatePrint, TimesAndTheirLimits)
     EXPECT_STREQ(arpa_date_get(kNov15 + 45005), "Sun, 15 Nov 2026 12:30:05 GMT");
     EXPECT_STREQ(date_itoa_fmt(kNov15, "%A %j%%", 0), "Sunday 319%");
     EXPECT_STREQ(date_itoa_fmt(kNov15, nullptr, 0), "");
+    EXPECT_STREQ(date_itoa_fmt(kNov15, date_itoa_fmt(kNov15, "%%Y %%m", 0), 0), "2026 11");
     const std::string fits(255, 'x');
     EXPECT_EQ(date_itoa_fmt(kNov15, fits.c_str(), 0), fits);
     EXPECT_STREQ(date_itoa_fmt(kNov15, (fits + "x").c_str(), 0), "");
