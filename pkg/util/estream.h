@@ -144,9 +144,10 @@ KUTIL_API int estream_read_line(estream *es);
  * removing it. Complete, it is like estream_read. */
 KUTIL_API int estream_read_partial(estream *es, int n);
 
-/* estream_read_forever asks for everything: each arrival delivers the whole buffer of at most `n` bytes
- * (below 1: 102400). The owner removes with estream_read_ack what it has used; until then nothing is
- * delivered again but with more bytes behind it, and a full buffer stops reading. */
+/* estream_read_forever asks for everything: each arrival delivers the whole buffer, which is read up to `n`
+ * bytes (below 1: 102400; an earlier request may have left more). The owner removes with estream_read_ack
+ * what it has used; until then nothing is delivered again but with more bytes behind it, and a full buffer
+ * stops reading. */
 KUTIL_API int estream_read_forever(estream *es, int n);
 
 /* estream_read_null_terminated asks for texts that end with a NUL, at most 102400 bytes each; otherwise as
@@ -245,9 +246,10 @@ KUTIL_API void estream_set_timeout(estream *es, int ms, estream_cb callback);
 
 /* estream_set_read_notify sets a hook that sees every input record before the callback; its result, clipped
  * to 0..length, is the length that the callback gets, and 0 skips it. How much input is removed does not
- * change. estream_set_write_notify sets one that sees all output as it is committed; its result, clipped to
- * the room, is how much is. Writes to the stream from inside that hook do nothing and return -1. A hook that
- * is replaced by another (release, data) is released after the new one is in place. */
+ * change. estream_set_write_notify sets one that sees every commit of output, also one of 0 bytes (whose
+ * buffer is NULL while the stream has none); its result, clipped to the room, is how much is committed.
+ * Writes to the stream from inside that hook do nothing and return -1. A hook that is replaced by another
+ * (release, data) is released after the new one is in place. */
 KUTIL_API void estream_set_read_notify(estream *es, estream_hook func, estream_hook_release_cb release,
                                        void *data);
 KUTIL_API void estream_set_write_notify(estream *es, estream_hook func, estream_hook_release_cb release,
@@ -266,6 +268,7 @@ KUTIL_API int estream_pop(estream *es);
 
 /* estream_get_errno returns errno of the last read or write that moved no byte, else 0. */
 KUTIL_API int estream_get_errno(const estream *es);
+/* estream_is_connected returns 1 once the connection is up, else 0. */
 KUTIL_API int estream_is_connected(const estream *es);
 /* estream_is_closing returns 1 once closing has begun; 1 for NULL. */
 KUTIL_API int estream_is_closing(const estream *es);

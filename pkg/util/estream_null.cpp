@@ -48,7 +48,8 @@ int estream_null_output_ack(estream *es, int n)
     if (n > es->out.count())
         zel_error_full(kEntity, kWarn, "estream null len was acked more then its len");
     es->out.start += std::clamp(n, 0, es->out.count());
-    if (es->out.count() == 0)
+    // While a write hook runs, the bytes that it was given lie behind the end.
+    if (es->out.count() == 0 && !es->in_write_hook)
         es->out.start = es->out.end = 0;
     return es->out.count();
 }

@@ -73,7 +73,7 @@ int write_view(estream *es, View text)
 int filtered_length(estream *es, int n)
 {
     n = std::clamp(n, 0, es->out.room());
-    if (n == 0 || !es->write_hook.func)
+    if (!es->write_hook.func)
         return n;
     es->in_write_hook = true;
     const int passed = es->write_hook.func(es->write_hook.data, es->out.behind(), n);
@@ -161,6 +161,8 @@ int estream_write0(estream *es, int n)
     if (es->closing)
         return 0;
     es->out.end += length;
+    if (es->out.count() == 0)
+        es->out.start = es->out.end = 0;
     es->notice_due = es->notice_due || length > 0;
     if (es->out.end != 0)
         return 0;

@@ -79,7 +79,7 @@ KUTIL_API extern int event_loop_quit;
 /* event_loop_init sets up the loop: nothing is registered, the quit flag is cleared, SIGCHLD is handled,
  * SIGPIPE ignored. A loop that is still up, inherited through fork or not, is taken down first without
  * touching the other process; child records are dropped too. Failing system calls end the process with a
- * report. */
+ * report; a clock of fewer than 100 ticks per second is a warn report. */
 KUTIL_API void event_loop_init(void);
 
 /* event_loop waits and calls callbacks until it ends: 0 when the quit flag is found set or a callback took

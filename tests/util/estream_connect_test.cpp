@@ -282,6 +282,14 @@ TEST_F(Estream, ANullStreamCollects)
         EXPECT_EQ(seen, "");
         estream_write(es, nullptr, 0);
         EXPECT_EQ(std::exchange(seen, ""), ".");
+        estream_write_str(es, "old");
+        const auto take_old = [](void *null, char *, int length) {
+            return estream_null_output_ack(static_cast<estream *>(null), 3), length;
+        };
+        estream_set_write_notify(es, take_old, nullptr, es);
+        estream_write_str(es, "new");
+        estream_set_write_notify(es, nullptr, nullptr, nullptr);
+        EXPECT_EQ(std::string(estream_null_output_get(es), 3), "new");
         if (with_loop) {
             on_notice = [](estream *, char *, int) { return 1; };
             estream_write_str(es, "x");

@@ -539,6 +539,8 @@ TEST_F(Estream, HooksSeeAndChangeWhatPasses)
             return answer;
         },
         nullptr, line.es);
+    answer = 2;
+    EXPECT_EQ((estream_write_alloc(line.es, 2), estream_write(line.es, "", 0), run(), line.take()), "++");
     const std::pair<int, size_t> writes[] = {{0, 0}, {-4, 0}, {2, 2}, {5, 5}};
     for (const auto &[result, expected] : writes) {
         answer = result;
