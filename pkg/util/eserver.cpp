@@ -470,7 +470,9 @@ eserver *open_on_ports(iaddr addr, const uint16_t *ports, size_t count, uint32_t
 
 eserver *eserver_open(estream_connect_cb accept_cb, void *data)
 {
-    eserver *server = new_record<eserver>();
+    eserver *server = static_cast<eserver *>(zalloc_log(kErr, sizeof(eserver)));
+    if (!server)
+        return nullptr;
     std::construct_at(server);
     server->accept_cb = accept_cb;
     server->data = data;
@@ -510,6 +512,10 @@ eserver *eserver_open_addrs_ports(const eserver_req *requests, int receive_buffe
                                   estream_connect_cb accept_cb, void *data)
 {
     eserver *server = eserver_open(accept_cb, data);
+    if (!server) {
+        zel_error_full(kEntity, kErr, "eserver: failed eserver_open()");
+        return nullptr;
+    }
     server->receive_buffer = receive_buffer;
     server->send_buffer = send_buffer;
     eserver_bind(server, requests);

@@ -18,7 +18,8 @@
  *
  * event_loop_init comes first. A server is freed from the loop's next timers after eserver_close, so it can
  * be closed in any callback, its own included. A NULL server: nothing happens, and the answer is that of a
- * closed one. Running out of memory for a server ends the process; for a single connection it closes that. */
+ * closed one. Running out of memory for a server record is no server, for the entries it ends the process,
+ * for a single connection it closes that. */
 
 #include "estream.h"
 #include "iaddr.h"
@@ -41,7 +42,7 @@ typedef struct eserver_req {
 typedef int (*eserver_estream_cb)(estream *, void *, int);
 
 /* eserver_open makes a server without entries and returns it. `accept_cb` (NULL: none) becomes the connect
- * callback of every accepted stream, `data` is the owner's. */
+ * callback of every accepted stream, `data` is the owner's. NULL after a report when there is no memory. */
 KUTIL_API eserver *eserver_open(estream_connect_cb accept_cb, void *data);
 
 /* eserver_bind makes the server listen on exactly `requests` (NULL: on nothing). An entry with the same

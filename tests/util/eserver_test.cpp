@@ -454,4 +454,28 @@ TEST_F(Server, BadInput)
     EXPECT_TRUE(ends(client));
 }
 
+// Elsewhere the limit has no effect.
+#if SIZE_MAX > UINT32_MAX && !defined(__SANITIZE_ADDRESS__)
+TEST(ServerWithoutMemory, IsNone)
+{
+    ReportLog().take(); // a log that is alive in the child would want memory
+    const ChildResult result = run_in_child([] {
+        zel_error_set_mt_id();
+        zel_error_register_level(0, 0x108, default_error_cb, nullptr);
+        const eserver_req none = {};
+        const rlimit limit = {0, 0};
+        setrlimit(RLIMIT_AS, &limit);
+        for (size_t size = 1 << 20; size >= 16; size -= size > 4096 ? size / 2 : 16) {
+            while (void *volatile taken = malloc(size))
+                static_cast<void>(taken);
+        }
+        if (eserver_open_addrs_ports(&none, 0, 0, nullptr, nullptr))
+            _exit(1);
+    });
+    EXPECT_TRUE(result.exited_with(77)) << result.status << result.output;
+    EXPECT_NE(result.output.find("failed\nerr: eserver: failed eserver_open()"), std::string::npos)
+        << result.output;
+}
+#endif
+
 } // namespace
