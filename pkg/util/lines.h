@@ -286,8 +286,9 @@ KUTIL_API char **lines_read_fp(FILE *fp);
 
 /* file_read_fp_bin reads `fp` to its end or to an error, and returns a new buffer with what came and a NUL
  * behind it, for the caller to free; the byte count without that NUL goes to *len, unless len is NULL. It
- * waits for a stream that is not ready (poll on its descriptor) and repeats interrupted reads. NULL with a
- * count of 0 for a NULL fp, and for more than INT32_MAX bytes. Running out of memory ends the process. */
+ * waits for a stream that is not ready (poll on its descriptor, if it has one) and repeats interrupted reads.
+ * NULL with a count of 0 for a NULL fp, and for more than INT32_MAX bytes. Running out of memory ends the
+ * process. */
 KUTIL_API char *file_read_fp_bin(FILE *fp, int *len);
 
 /* file_read_fp is file_read_fp_bin without the count. */

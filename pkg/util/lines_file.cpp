@@ -26,8 +26,8 @@ bool read_again(FILE *fp)
         return false;
     if (errno == EAGAIN) {
         pollfd waiting = {.fd = fileno(fp), .events = POLLIN, .revents = 0};
-        if (waiting.fd < 0 || (poll(&waiting, 1, -1) < 0 && errno != EINTR))
-            return false;
+        if (waiting.fd >= 0) // a stream without a descriptor is asked again at once
+            poll(&waiting, 1, -1);
     }
     clearerr(fp);
     return true;

@@ -623,6 +623,20 @@ TEST(LinesFile, SlowStreamsAreWaitedForAndInterruptedReadsRepeated)
     }
 }
 
+TEST(LinesFile, AStreamWithoutADescriptorIsAskedAgain)
+{
+    static int turn;
+    const auto read_some = [](void *, char *to, size_t) -> ssize_t {
+        const int number = turn++;
+        errno = number == 1 ? EINTR : EAGAIN;
+        *to = static_cast<char>('a' + number);
+        return number > 4 ? 0 : number % 2 ? -1 : 1;
+    };
+    FILE *fp = fopencookie(nullptr, "r", {.read = read_some});
+    EXPECT_EQ(take(file_read_fp(fp)), "ace");
+    fclose(fp);
+}
+
 // Elsewhere the size alone fails, or the limit has no effect.
 #if SIZE_MAX > UINT32_MAX && !defined(__SANITIZE_ADDRESS__)
 TEST(Lines, AListThatCannotGrowInTheMiddleStaysAsItWas)
