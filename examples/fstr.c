@@ -10,7 +10,7 @@ int main(void)
     fstr_init(&table, 256);
     for (int n = 1; n <= 20; n++) {
         int width = fstr_catprintf(&table, "%d", n);
-        fstr_ncat(&table, "        ", 8 - width);
+        fstr_ncat(&table, "        ", (size_t)(8 - width));
         fstr_catprintf(&table, "%d\n", n * n);
     }
     fputs(fstr_to_str(&table), stdout);

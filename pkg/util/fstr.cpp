@@ -45,10 +45,7 @@ void put_at(fstr *f, int offset, View piece)
     f->len = static_cast<int>(at + piece.size());
 }
 
-View bytes_view(const char *bytes, int n)
-{
-    return bytes && n > 0 ? View(bytes, static_cast<size_t>(n)) : View("", 0);
-}
+View bytes_view(const char *bytes, size_t n) { return bytes ? View(bytes, n) : View("", 0); }
 
 int format_at(fstr *f, int offset, const char *format, va_list ap)
 {
@@ -88,7 +85,7 @@ fstr *fstr_cpy(fstr *f, const char *text)
     return f;
 }
 
-fstr *fstr_ncpy(fstr *f, const char *bytes, int n)
+fstr *fstr_ncpy(fstr *f, const char *bytes, size_t n)
 {
     if (f)
         put_at(f, 0, bytes_view(bytes, n));
@@ -102,7 +99,7 @@ fstr *fstr_cat(fstr *f, const char *text)
     return f;
 }
 
-fstr *fstr_ncat(fstr *f, const char *bytes, int n)
+fstr *fstr_ncat(fstr *f, const char *bytes, size_t n)
 {
     if (f)
         put_at(f, f->len, bytes_view(bytes, n));

@@ -40,16 +40,14 @@ KUTIL_API fstr *fstr_free(fstr *f);
 /* fstr_cpy makes the text of `f` a copy of `text` and returns f. NULL counts as "". */
 KUTIL_API fstr *fstr_cpy(fstr *f, const char *text);
 
-/* fstr_ncpy makes the text of `f` a copy of the `n` bytes at `bytes` and returns f. NULL bytes or a negative
- * n empty it. */
-KUTIL_API fstr *fstr_ncpy(fstr *f, const char *bytes, int n);
+/* fstr_ncpy makes the text of `f` a copy of the `n` bytes at `bytes` and returns f. NULL bytes empty it. */
+KUTIL_API fstr *fstr_ncpy(fstr *f, const char *bytes, size_t n);
 
 /* fstr_cat appends `text` to `f` and returns f. NULL counts as "". */
 KUTIL_API fstr *fstr_cat(fstr *f, const char *text);
 
-/* fstr_ncat appends the `n` bytes at `bytes` to `f` and returns f. NULL bytes or a negative n append nothing.
- */
-KUTIL_API fstr *fstr_ncat(fstr *f, const char *bytes, int n);
+/* fstr_ncat appends the `n` bytes at `bytes` to `f` and returns f. NULL bytes append nothing. */
+KUTIL_API fstr *fstr_ncat(fstr *f, const char *bytes, size_t n);
 
 /* fstr_printf and fstr_vprintf make the text of `f` the formatted text, with a NUL behind it, and return its
  * length. When the C library refuses the format, the text becomes empty and the result is -1. */

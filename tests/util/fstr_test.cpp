@@ -20,7 +20,9 @@ struct Fstr : fstr {
 TEST(Fstr, GrowsByWholeBlocks)
 {
     struct {
-        int block, first, second, size;
+        int block;
+        size_t first, second;
+        int size;
     } const rows[] = {{16, 0, 0, 16}, {16, 15, 0, 16}, {16, 15, 1, 32}, {16, 16, 0, 32}, {16, 14, 1, 16},
                       {1, 0, 0, 1},   {1, 5, 5, 11},   {7, 6, 1, 14},   {7, 13, 0, 14},  {100, 250, 50, 400}};
     for (const auto &row : rows) {
@@ -31,7 +33,7 @@ TEST(Fstr, GrowsByWholeBlocks)
         EXPECT_EQ(fstr_ncat(&f, bytes.data(), row.first), &f);
         EXPECT_EQ(fstr_ncat(&f, bytes.data(), row.second), &f);
         EXPECT_EQ(f.size, row.size);
-        EXPECT_EQ(f.text(), bytes.substr(0, static_cast<size_t>(row.first + row.second)));
+        EXPECT_EQ(f.text(), bytes.substr(0, row.first + row.second));
         fstr_cpy(&f, "");
         EXPECT_EQ(f.size, row.size) << "it never shrinks";
     }
@@ -68,7 +70,7 @@ TEST(Fstr, NothingIsAnEmptyPiece)
     fstr_cpy(&f, "abc");
     fstr_cat(&f, nullptr);
     fstr_ncat(&f, nullptr, 5);
-    fstr_ncat(&f, "xyz", -1);
+    fstr_ncat(&f, "xyz", 0);
     EXPECT_EQ(fstr_catprintf(&f, nullptr), 0);
     EXPECT_EQ(f.text(), "abc");
     fstr_ncpy(&f, nullptr, 0);
@@ -114,4 +116,5 @@ TEST(Fstr, WhatNoBlockCanHoldEndsTheProcess)
         f.len = INT_MAX - 1;
         fstr_cat(&f, "xy");
     });
+    expect_fatal("realloc_e(-1): failed", [&] { fstr_ncpy(&f, "xy", SIZE_MAX); });
 }
