@@ -11,12 +11,16 @@
  * are unsigned, 128 to 255 for the upper half.
  *
  * Which form gives back the same text when the place's own parser reads it:
- *   yes                 shell (bash, see there), C, SQL, CSV, XML, URI, URL query field, http, JavaScript
- *   not in all cases    html_text: a line end becomes <br>, which is markup and no line end; html_field: as
- * an attribute's value it is exact; html_textarea: bytes from 128 up become the characters of Latin-1, so
- * UTF-8 text comes back as two or more characters for one XML and HTML have no escape for most control
- * characters, which stay as they are; a parser may refuse them. str_escape_url_query, which takes an
- * attribute list, is declared in attrib_text.h. */
+ *
+ * - in all cases: shell (bash, see there), C (without trigraphs), SQL, URI, URL query field, http, JavaScript
+ *   (from ES2019 on; before, it has no U+2028 and U+2029 in literals);
+ * - but for CR: CSV, where a cell with one gets no quotes; html_field, whose parsers make a line feed of it;
+ * - but for white space: XML, whose parsers make a line feed of CR, and in attributes a blank of tab and LF;
+ * - not: html_text, since a line end becomes <br>, which is markup; html_textarea, since bytes from 128 up
+ *   become characters of Latin-1, so that UTF-8 text comes back as two or more for one.
+ *
+ * XML and HTML have no escape for most control characters, which stay as they are; a parser may refuse them.
+ * str_escape_url_query, which takes an attribute list, is declared in attrib_text.h. */
 
 #include "api.h"
 #include "code2str.h"

@@ -165,6 +165,9 @@ TEST_F(Parser, XmlThroughXmllint)
     for (const char *attribute : {"a", "b"})
         EXPECT_EQ(output_of(std::string("xmllint --xpath 'string(/r/@") + attribute + ")' " + path),
                   joined(values, "\x7F") + "\n");
+    const std::string spaces = escaped(str_escape_xml, "a\tb\nc\rd");
+    const std::string changed = write("spaces.xml", "<r a=\"" + spaces + "\">" + spaces + "</r>\n");
+    EXPECT_EQ(output_of("xmllint --xpath 'concat(/r, /r/@a)' " + changed), "a\tb\nc\nda b c d\n");
 }
 
 TEST_F(Parser, HtmlThroughXmllint)
