@@ -19,8 +19,8 @@
 #include <sys/times.h>
 
 // For test programs of one source each. The loop lives on a clock of the test's own: waiting for a time-out
-// only moves it, to the next tick of 10 ms that is late enough. So the rules about time are exact, and a row of
-// timers takes no time.
+// only moves it, to the next tick of 10 ms that is late enough. So the rules about time are exact, and a row
+// of timers takes no time.
 
 namespace event_fixture
 {
@@ -52,7 +52,7 @@ struct BackEnd {
     bool split;
 };
 inline const BackEnd kBackEnds[] = {{"poll", &kutil::kPollBackEnd, false},
-                             {"poll_split", &kutil::kPollBackEnd, true}};
+                                    {"poll_split", &kutil::kPollBackEnd, true}};
 
 // Between the loop and the back-end under test: moves the clock, records, fails on demand.
 struct Middle {
@@ -104,7 +104,7 @@ inline void middle_closing(int fd) { middle.under.table->closing(fd); }
 inline int middle_needs_split(int) { return middle.under.split; }
 
 inline const event_be kMiddle = {middle_wait,   middle_update,  middle_init,
-                          middle_uninit, middle_closing, middle_needs_split};
+                                 middle_uninit, middle_closing, middle_needs_split};
 
 // An action by name, run inside the callback of that name.
 inline std::map<std::string, std::function<void()>> actions;
