@@ -110,6 +110,16 @@ bool is_ip(const char *text)
     return str2iaddr(&address, text) == 0;
 }
 
+// No zone, which an address has no room for, and no short or octal form, which is another address than it
+// seems.
+bool is_plain_ip(const char *text)
+{
+    iaddr address;
+    if (strchr(text, ':'))
+        return !strchr(text, '%');
+    return str2iaddr(&address, text) == 0 && strcmp(iaddr2str(&address), text) == 0;
+}
+
 bool is_mac(const char *text)
 {
     const uint8_t *mac = atomacz(text);
@@ -159,7 +169,7 @@ constexpr TypeRow kRows[] = {
      rewrite_float},
     {"flag", "a number: 0 for off, any other for on", is_int, nullptr, rewrite_flag},
     {"time", "a decimal number of seconds since 1970", is_u64, is_time, rewrite_time},
-    {"ip", "an IPv4 or IPv6 address", is_ip, nullptr, rewrite_ip},
+    {"ip", "an IPv4 or IPv6 address", is_ip, is_plain_ip, rewrite_ip},
     {"mac", "a MAC address like 00:11:22:aa:bb:cc", is_mac, nullptr, rewrite_mac},
     {"bin", "bytes of two hexadecimal digits each", is_bin, nullptr, rewrite_bin},
     {"enum:", "a word of the enumeration", nullptr, nullptr, nullptr},
