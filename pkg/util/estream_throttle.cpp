@@ -86,8 +86,9 @@ void finish(Relay *relay, Side &self, Side &other)
     self.finished = true;
     if (!other.finished) {
         estream_set_state(other.stream, kFinishing);
-        if (estream_pending_write(other.stream) > 0)
-            return; // the notice that it is sent comes back here
+        // The notice that it is sent comes back here. What a null stream collects goes nowhere.
+        if (estream_pending_write(other.stream) > 0 && !is_null_stream(other.stream))
+            return;
         other.finished = true;
     }
     release(self);

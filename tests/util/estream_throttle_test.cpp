@@ -176,6 +176,23 @@ TEST_F(Relay, ASideGoesWhileItEnds)
     EXPECT_EQ(b.got.size(), kLarge.size());
 }
 
+// A null stream collects what arrives, and does not keep the relay from ending.
+TEST_F(Relay, IntoANullStream)
+{
+    make(a, 0);
+    b.es = estream_null();
+    estream_set_data(b.es, &b, on_owner_release);
+    const estream_throttle_opt given_back = {.flags = ESTREAM_THROTTLE_POP};
+    estream_throttle(a.es, nullptr, b.es, &given_back);
+    send(a, "one");
+    EXPECT_TRUE(until([&] { return estream_null_output_len_get(b.es) == 3; }));
+    send(a, "two");
+    EXPECT_TRUE(until([&] { return estream_null_output_len_get(b.es) == 6; }));
+    hang_up(a);
+    EXPECT_TRUE(until([&] { return a.released && estream_get_data(b.es) == &b; }));
+    EXPECT_EQ(std::string(estream_null_output_get(b.es), 6), "onetwo");
+}
+
 // Reading pauses above the other side's mark, exactly, and goes on by itself.
 TEST_F(Relay, FlowControl)
 {
