@@ -213,6 +213,27 @@ bool take_argument(int option, char *text, Settings *settings)
     }
 }
 
+// What take_argument wants of the option.
+const char *wanted_argument(int option)
+{
+    switch (option) {
+    case kExtra:
+        return "--extra takes drop or widen";
+    case kTable:
+        return "--table takes a name";
+    case kDialect:
+        return "--dialect takes sqlite or mariadb";
+    case kType:
+        return "--type takes FIELD=int, FIELD=float, FIELD=date or FIELD=text";
+    case kSort:
+        return "--sort takes FIELD or FIELD:desc, and more of them behind commas";
+    case kSelect:
+        return "--select takes FIELD=VALUE";
+    default:
+        return "-i, -o and --merge take the name of a file";
+    }
+}
+
 Exit check_settings(const Settings &settings)
 {
     if (settings.from == Form::sql)
@@ -253,7 +274,7 @@ Exit read_options(int argc, char **argv, Settings *settings, bool *done)
             return misuse("no such option", bad_option(argv));
         const HeapText argument(kutil::copy_text(kutil::view(optarg)));
         if (!take_argument(option, optarg, settings))
-            return misuse("not understood", argument.get());
+            return misuse(wanted_argument(option), argument.get());
     }
     if (argc - optind != 2)
         return misuse("two forms are needed: what is read and what is written");
