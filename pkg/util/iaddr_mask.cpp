@@ -85,8 +85,7 @@ int iaddr_mask2prefix_len(iaddr mask) { return ip_addr_mask2prefix_len(mask.fami
 ip_addr *ip_addr_mask_and(uint16_t family, ip_addr *out, const void *a, const void *b)
 {
     if (out)
-        combine(family, out->bytes, static_cast<const uint8_t *>(a), static_cast<const uint8_t *>(b),
-                and_bytes);
+        combine(family, out->bytes, octets(a), octets(b), and_bytes);
     return out;
 }
 

@@ -290,6 +290,7 @@ TEST(IaddrMask, AndOrNot)
     ip_addr bytes = addr("10.1.2.3").addr;
     EXPECT_EQ(ip_addr_mask_and(AF_INET, &bytes, &bytes, "\xff\xff\0\0"), &bytes);
     EXPECT_STREQ(ip_addr2str(AF_INET, &bytes), "10.1.0.0");
+    EXPECT_STREQ(ip_addr2str(AF_INET, ip_addr_mask_and(AF_INET, &bytes, &bytes, nullptr)), "0.0.0.0");
 
     ReportLog reports;
     EXPECT_EQ(str(iaddr_mask_and(addr("1.2.3.4"), addr("::1"))), "1.2.3.4");
