@@ -73,6 +73,8 @@ void read_ready(int, void *data)
         return;
     }
     receiver->source_length = message.msg_namelen;
+    if (message.msg_namelen == 0) // a nameless sender is not the one before
+        receiver->source = {};
     receiver->buffer[length] = '\0';
     if (receiver->callback) // which may close the receiver
         receiver->callback(receiver->data, receiver->buffer, static_cast<int>(length));
@@ -264,7 +266,9 @@ struct timeval *erecv_get_timestamp(void *control)
 int erecv_ipv6_send(int fd, const void *buffer, int length, const struct sockaddr *destination,
                     socklen_t destination_length, const erecv_pktinfo *source)
 {
-    iovec part = {const_cast<void *>(buffer), length > 0 ? static_cast<size_t>(length) : 0};
+    if (length < 0)
+        return zel_error_full(kEntity, kErr, "Failed to send message");
+    iovec part = {const_cast<void *>(buffer), static_cast<size_t>(length)};
     msghdr message = {};
     message.msg_name = const_cast<sockaddr *>(destination);
     message.msg_namelen = destination ? destination_length : 0;
@@ -285,7 +289,7 @@ int erecv_ipv6_send(int fd, const void *buffer, int length, const struct sockadd
     do
         sent = sendmsg(fd, &message, 0);
     while (sent < 0 && errno == EINTR);
-    if (length < 0 || sent < length)
+    if (sent < length)
         return zel_error_full(kEntity, kErr, "Failed to send message");
     return 0;
 }

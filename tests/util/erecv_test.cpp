@@ -5,6 +5,7 @@
 #include "util/sock.h"
 
 #include <cstring>
+#include <sys/un.h>
 
 namespace
 {
@@ -142,6 +143,8 @@ TEST_F(Receiver, ControlDataOfIpv6)
     EXPECT_EQ(erecv_ipv6_send(fd, "x", 1, reinterpret_cast<sockaddr *>(&name), length, &destination), -1);
     EXPECT_EQ(erecv_ipv6_send(fd, "x", -1, reinterpret_cast<sockaddr *>(&name), length, nullptr), -1);
     EXPECT_EQ(log.take(), "4: Failed to send message\n4: Failed to send message\n");
+    run_for(20);
+    EXPECT_EQ(got.size(), 4u);
     close(fd);
 }
 
@@ -285,6 +288,30 @@ TEST_F(Receiver, OnASocketOfTheCallers)
     erecv_close(std::exchange(receiver, nullptr));
     EXPECT_EQ(sock_valid(fd), 0);
     EXPECT_EQ(close(fd), 0);
+}
+
+// The source is that of the last datagram, also when that one tells none.
+TEST_F(Receiver, ASenderWithoutAName)
+{
+    const sockaddr_un any = {.sun_family = AF_UNIX, .sun_path = {}};
+    sockaddr_un name = any;
+    socklen_t length = sizeof(name);
+    int fds[3];
+    for (int &fd : fds)
+        fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    for (const int fd : {fds[0], fds[1]}) // the system chooses a name
+        bind(fd, reinterpret_cast<const sockaddr *>(&any), sizeof(sa_family_t));
+    getsockname(fds[0], reinterpret_cast<sockaddr *>(&name), &length);
+    receiver = erecv_open_fd(fds[0], 0, receive, this);
+    for (const int from : {fds[1], fds[2]}) {
+        const size_t count = got.size() + 1;
+        EXPECT_EQ(esendto(from, "x", 1, 0, reinterpret_cast<sockaddr *>(&name), length), 1);
+        EXPECT_TRUE(run_until([&] { return got.size() == count; }));
+        EXPECT_EQ(erecv_get_family(receiver), from == fds[1] ? AF_UNIX : 0);
+    }
+    erecv_close(std::exchange(receiver, nullptr));
+    for (const int fd : fds)
+        close(fd);
 }
 
 TEST_F(Receiver, BadInput)
