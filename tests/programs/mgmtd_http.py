@@ -598,7 +598,9 @@ def signals(d):
     with socket.create_connection(("127.0.0.1", d.port), timeout=10) as s:
         check("before a reload", ask(s, get) == [200])
         d.process.send_signal(signal.SIGHUP)
-        time.sleep(0.2)
+        until = time.monotonic() + 20
+        while "reloaded" not in d.curl("/log")[1] and time.monotonic() < until:
+            time.sleep(0.05)
         check("the connection lives through the reload", ask(s, get) == [200] and "reloaded" in d.curl("/log")[1])
     check("and new ones are taken, with the candidate as it was", d.curl("/diff") == (200, "+ wan/0/mtu=2\n"))
     before = open(d.file).read()
@@ -620,13 +622,13 @@ def signals(d):
           d.curl("/diff") == (200, "+ wan/0/mtu=2\n"), (answer.status, text))
     check("it can be repeated", d.curl("-X", "POST", "/commit")[0] == 200 and "(mtu(2))" in open(d.file).read())
     with contextlib.ExitStack() as stack:
-        begun, hanging = [stack.enter_context(socket.create_connection(("127.0.0.1", d.port), timeout=10)) for _ in range(2)]
+        begun, hanging, idle = [stack.enter_context(socket.create_connection(("127.0.0.1", d.port), timeout=10)) for _ in range(3)]
         begun.sendall(get[:20])
         hanging.sendall(get[:20])
-        time.sleep(0.2)
+        check("idle before the end", ask(idle, get) == [200])
         began = time.monotonic()
         d.process.send_signal(signal.SIGTERM)
-        time.sleep(0.2)
+        check("what is idle when it ends is closed", idle.recv(1) == b"")
         check("what is begun when it ends gets 503", ask(begun, get[20:]) == [503] and begun.recv(1) == b"")
         check("what hangs is cut after five seconds", d.process.wait(20) == 0 and 4 < time.monotonic() - began < 12,
               time.monotonic() - began)
