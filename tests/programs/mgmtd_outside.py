@@ -12,6 +12,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import time
 
 MGMTD, SAMPLE = sys.argv[1:3]
 failures = []
@@ -23,6 +24,14 @@ def check(name, good, detail=""):
     print(("ok    " if good else "FAIL  ") + name + ("" if good else f": {detail!r:.600}"), flush=True)
     if not good:
         failures.append(name)
+
+
+def eventually(done, seconds=20):
+    """Whether it is so within some seconds."""
+    until = time.monotonic() + seconds
+    while not (good := done()) and time.monotonic() < until:
+        time.sleep(0.05)
+    return good
 
 
 def set_password(path, user, password):
