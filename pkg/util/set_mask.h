@@ -100,6 +100,7 @@ KUTIL_API int set_merge(set **dst, set **src);
 /* set_replace_sets_mask frees the node at `dst` in the layers `dst_mask` and puts a copy of what `src_mask`
  * sees at `src` into its place, with src's name; src stays. What the old node still is in other layers is
  * joined with the copy when the names are the same, else stands behind it. An empty or unseen src only frees.
+ * An empty dst should be a variable: in a tree it does not tell the parent, and the copy has none.
  * Deliberate: the copy has the layers of src within src_mask, not dst_mask. Returns dst, NULL when a handle
  * is NULL. When another root would stand beside the new one, "Set cannot have more than one root" ends the
  * process. */
@@ -161,8 +162,8 @@ KUTIL_API void set_swap_mask(set **h, uint32_t mask, const char *path1, const ch
 
 /* set_switch_sets lets two places exchange their nodes, each with all below it; the brothers behind each
  * place stay. Nothing is marked and no layers change. Returns the node that is now at `a`. When one place is
- * in the node of the other or below it (a node and its next brother, too), nothing happens. A NULL handle
- * gives NULL. */
+ * in the node of the other or below it (a node and its next brother, too), nothing happens. An empty place
+ * should be a variable: the node that it gets has no parent then. A NULL handle gives NULL. */
 KUTIL_API set *set_switch_sets(set **a, set **b);
 
 /* --- Index lists: sons named "0", "1", ... Names are read as atoi does (so other names are 0). An ordered

@@ -19,13 +19,14 @@ constexpr uint32_t kAllLayers = UINT32_MAX;
 bool are_related(set *a, set *b) { return tree_contains(a, b) || tree_contains(b, a); }
 
 // The tree that an operation reads: the node itself, or a copy of it with all layers when one of the two
-// trees stands in the other, so that the operation may change and free what it reads.
+// trees stands in the other, or the target's empty place does, so that the operation may change and free what
+// it reads.
 class Source
 {
 public:
-    Source(set *node, set *target)
+    Source(set *node, set **target)
     {
-        const bool related = node && target && are_related(node, target);
+        const bool related = node && (*target ? are_related(node, *target) : tree_has_place(node, target));
         copy_ = related ? tree_dup(&node, kAllLayers) : nullptr;
         node_ = related ? copy_ : node;
     }
@@ -182,25 +183,6 @@ void repair_layers(set *node)
     add_layers_upward(node->parent, node->layers);
 }
 
-// Whether the place is in the node or in one below it.
-bool has_place(set *node, set **place)
-{
-    if (place == &node->next || place == &node->sons)
-        return true;
-    WalkStack<set *> later;
-    later.push(node->sons);
-    while (!later.empty()) {
-        set *at = later.pop();
-        if (!at)
-            continue;
-        if (place == &at->next || place == &at->sons)
-            return true;
-        later.push(at->next);
-        later.push(at->sons);
-    }
-    return false;
-}
-
 } // namespace
 
 int set_merge_sets_mask(set **dst, uint32_t dst_layers, set **src, uint32_t src_mask)
@@ -209,7 +191,7 @@ int set_merge_sets_mask(set **dst, uint32_t dst_layers, set **src, uint32_t src_
     set *source = visible_at(src, src_mask);
     if (!target || !source || !dst_layers)
         return 0;
-    const Source from(source, target);
+    const Source from(source, dst);
     return Merger(dst_layers, src_mask).run(from.get(), target);
 }
 
@@ -220,7 +202,7 @@ set **set_replace_sets_mask(set **dst, uint32_t dst_mask, set **src, uint32_t sr
     if (!dst || !src)
         return nullptr;
     set *parent = *dst ? (*dst)->parent : nullptr;
-    const Source from(visible_at(src, src_mask), *dst);
+    const Source from(visible_at(src, src_mask), dst);
     set *source = from.get();
     const bool released = tree_free(dst, dst_mask) != 0;
     if (!source)
@@ -331,7 +313,7 @@ set *set_switch_sets(set **a, set **b)
 {
     if (!a || !b)
         return nullptr;
-    if (a == b || (*a && has_place(*a, b)) || (*b && has_place(*b, a)))
+    if (a == b || (*a && tree_has_place(*a, b)) || (*b && tree_has_place(*b, a)))
         return *a;
     set *first = *a ? unlink_node(a) : nullptr;
     set *second = *b ? unlink_node(b) : nullptr;

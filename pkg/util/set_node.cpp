@@ -207,6 +207,24 @@ void free_chain(set *node)
 
 bool tree_contains(set *top, const set *node) { return top == node || chain_contains(top->sons, node); }
 
+bool tree_has_place(set *top, set **place)
+{
+    if (place == &top->next || place == &top->sons)
+        return true;
+    WalkStack<set *> later;
+    later.push(top->sons);
+    while (!later.empty()) {
+        set *at = later.pop();
+        if (!at)
+            continue;
+        if (place == &at->next || place == &at->sons)
+            return true;
+        later.push(at->next);
+        later.push(at->sons);
+    }
+    return false;
+}
+
 void tree_join(set *target, set *source, uint32_t mask)
 {
     const uint32_t top_bits = source->layers & mask;
@@ -381,7 +399,8 @@ set **set_use(set **handle, set *node)
 {
     if (!handle || *handle == node)
         return handle;
-    if (*handle && node && (tree_contains(*handle, node) || is_at_or_above(node, *handle)))
+    if (node && (*handle ? tree_contains(*handle, node) || is_at_or_above(node, *handle)
+                         : tree_has_place(node, handle)))
         return nullptr;
     set_free(handle);
     *handle = node;

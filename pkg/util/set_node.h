@@ -70,8 +70,8 @@ KUTIL_API void set_free_sons(set **handle);
 /* set_use does set_free(handle), puts `node` into the handle's place, and returns handle. Deliberate: no link
  * of `node` is touched and the place is overwritten, so what set_free left there (the node in other layers,
  * its brothers) is no longer reached through it. The node that stands there already changes nothing. A node
- * below it would be freed on the way, and an ancestor of it would come to stand in itself: NULL, and nothing
- * happens. */
+ * below it would be freed on the way, and one that has the place in it would come to stand in itself: NULL,
+ * and nothing happens. */
 KUTIL_API set **set_use(set **handle, set *node);
 
 /* set_dup returns a new root, a deep copy of the node and everything below it that the get mask sees. A copy

@@ -225,6 +225,9 @@ TEST(SetReplace, TheCopyHasTheSourcesNameAndLayers)
          "r*(a*(b*))", kSelf},
         {"r(a(1) b(2))", [](Tree &t) { return given(set_replace(t.at("a"), t.at("b")), &t.root->sons); },
          "r*(b*(2*) b(2))", kSelf},
+        // An empty place in the source, which does not know its parent.
+        {"r(a)", [](Tree &t) { return given(set_replace(&t.root->sons->sons, &t), &t.root->sons->sons); },
+         "r(a(r*!(a*)))", kSelf},
         {"r(a(x(1)))", [](Tree &t) { return set_merge(t.at("a"), &t); }, "r*(a*(x(1) a*(x*(1*))))"},
         {"r(a(x(1)))", [](Tree &t) { return set_merge(&t, t.at("a")); }, "r*(a(x(1)) x*(1*))"},
         {"r(a(x(1)))", [](Tree &t) { return set_merge(&t, &t); }, "r*(a*(x*(1*)))"},

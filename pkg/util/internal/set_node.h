@@ -96,6 +96,8 @@ set **find_or_add_son(set *parent, const char *name, uint32_t mask);
 void free_chain(set *node);
 // Whether `node` is `top` or stands below it.
 bool tree_contains(set *top, const set *node);
+// Whether the place is in `top` or in a node below it; `next` of `top` counts.
+bool tree_has_place(set *top, set **place);
 // Gives `target` the subtree of `source` as far as it is in `mask`, each node in the layers that it has
 // within `mask`. When the target has none of these it gets them (it alone: the caller has added them to its
 // ancestors); sons are found by name in any layer or appended, and get what they lack. The two must not be
