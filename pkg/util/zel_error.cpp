@@ -495,6 +495,7 @@ int log_msg_deliver(int entity, uint32_t flags, const char *message)
     const uint32_t level = flags & ERR_LEVEL_MASK;
     if (!message)
         message = "";
+    const SignalBlock block; // also for a message that does not come from a report
     call_all(entity, flags, message);
     bool to_console = flags & (ERR_F_ALWAYS | ERR_F_CONSOLE);
     if (!to_console && (reporter.console_on || !has_callback()))

@@ -129,8 +129,8 @@ KUTIL_API zel_error_hook zel_error_exit_func_set(zel_error_hook func);
 
 /* zel_error_register adds a catch-all callback: it is called for every delivered report. Callbacks are called
  * in ascending `order`, those of equal order in the sequence of their registration; one registered during a
- * delivery joins with the next report. A NULL callback is not registered. Running out of memory ends the
- * process. */
+ * delivery joins with the next report. `data` is only handed back; it must live until the callback is
+ * removed. A NULL callback is not registered. Running out of memory ends the process. */
 KUTIL_API void zel_error_register(int order, zel_error_cb callback, void *data);
 
 /* zel_error_register_level adds a level callback: it is called for the levels from 1 to the low four bits of
@@ -163,7 +163,8 @@ KUTIL_API void zel_error_exit(void) __attribute__((noreturn));
 KUTIL_API void zel_error_reboot(void) __attribute__((noreturn));
 
 /* zel_openlog_full opens the system log with "ENTITY.NAME" in front of every entry; `option` and `facility`
- * are those of openlog of POSIX. The text is copied; a NULL name is "unknown". */
+ * are those of openlog of POSIX. The text is copied; a NULL name is "unknown". When memory runs out nothing
+ * changes. */
 KUTIL_API void zel_openlog_full(int entity, const char *name, int option, int facility);
 
 /* zel_closelog closes the log that zel_openlog_full opened and frees its text. */

@@ -236,12 +236,15 @@ TEST(Delivery, SignalsAreBlockedAndComeBack)
         return sigprocmask(SIG_SETMASK, nullptr, &inside);
     };
     zel_error_register(0, look, nullptr);
-    zel_error_full(1, 5, "x");
+    for (const auto deliver : {+[] { zel_error_full(1, 5, "x"); }, +[] { log_msg_deliver(1, 5, "x"); }}) {
+        deliver();
+        sigset_t after;
+        sigprocmask(SIG_SETMASK, nullptr, &after);
+        EXPECT_EQ(sigismember(&inside, SIGTERM), 1);
+        EXPECT_EQ(sigismember(&after, SIGTERM), 0);
+        sigemptyset(&inside);
+    }
     zel_error_unregister(look, nullptr);
-    sigset_t after;
-    sigprocmask(SIG_SETMASK, nullptr, &after);
-    EXPECT_EQ(sigismember(&inside, SIGTERM), 1);
-    EXPECT_EQ(sigismember(&after, SIGTERM), 0);
 }
 
 TEST(Console, WhatIsCopied)
