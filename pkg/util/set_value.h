@@ -168,8 +168,8 @@ KUTIL_API int set_path_unobscured_is_equal(set **handle, const char *path, const
  * NUL; "" where set_get_path_unobscured gives NULL. Nothing is written for a size of 0 or less. */
 KUTIL_API void set_get_path_unobscured_buf(set **handle, const char *path, char *buf, int size);
 
-/* set_set_path_bin_obscured stores `len` bytes in the keyless form of obscure_bin. Returns 0; -1 when there
- * is no memory for the copy or nothing could be made. */
+/* set_set_path_bin_obscured stores `len` bytes in the keyless form of obscure_bin, "" for none. Returns 0; -1
+ * for NULL bytes, when there is no memory for the copy (reported at err) and when nothing could be made. */
 KUTIL_API int set_set_path_bin_obscured(set **handle, const char *path, int len, const void *bytes);
 
 /* set_get_path_bin_buf_unobscured is set_get_path_bin_buf with the bytes as they were before

@@ -44,9 +44,9 @@ void set_get_path_unobscured_buf(set **handle, const char *path, char *buf, int 
 
 int set_set_path_bin_obscured(set **handle, const char *path, int len, const void *bytes)
 {
-    if (len <= 0 || !bytes)
+    if (len <= 0)
         return set_set_path_bin(handle, path, 0, nullptr) ? 0 : -1;
-    const Heap<void> copy(memdup_l(bytes, static_cast<size_t>(len)));
+    const Heap<void> copy(bytes ? memdup_l(bytes, static_cast<size_t>(len)) : nullptr);
     if (!copy)
         return -1;
     obscure_bin(copy.get(), len);

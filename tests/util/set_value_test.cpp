@@ -190,6 +190,7 @@ TEST(Bytes, OddBadAndWhole)
     EXPECT_EQ(set_set_path_bin_obscured(h, "s", 8, bytes.data()), 0);
     EXPECT_EQ(set_get_path_bin_buf_unobscured(h, "s", back.data()), 8);
     EXPECT_EQ(back, bytes);
+    EXPECT_EQ(set_set_path_bin_obscured(h, "s", 4, nullptr), -1) << "what is stored stays";
     EXPECT_EQ(set_get_path_bin_buf(h, "s", back.data()), 8);
     EXPECT_NE(back, bytes);
 }
