@@ -119,7 +119,7 @@ KUTIL_API estream *estream_accept(int listen_fd, uint32_t flags, estream_connect
 
 /* estream_close withdraws the stream from the loop, closes a descriptor that it owns, calls the release
  * functions of owner data, of every pushed frame (newest first) and of the hooks, and frees the record from
- * a 0 ms timer. Unsent output is lost. Returns 0, or not 0 when closing had begun before. */
+ * a 0 ms timer. Unsent output is lost. Returns 0, for NULL too, or not 0 when closing had begun before. */
 KUTIL_API int estream_close(estream *es);
 
 /* estream_ssl_open_func_set sets what starts TLS on streams with ESTREAM_SSL (NULL: nothing) and returns the
@@ -319,12 +319,14 @@ KUTIL_API int estream_null_output_ack(estream *es, int n);
 
 /* estream_throttle joins two streams: what arrives on one is written to the other, and reading pauses while
  * the other's unsent output exceeds its high-water mark. Options may be NULL (all 0); they are copied. Both
- * streams are borrowed: pushed, with data, callback and half-close callback of the relay's own. When one
- * closes, what the other still sends is dropped, its output is sent, and it is closed or given back too. The
- * end of input of a stream with ESTREAM_HALF_CLOSE ends the other's output when both carry that flag, are up,
- * without TLS, and neither is to be given back; otherwise it is like a close. A stream given back has no read
- * request, unless its owner issued it. A stream that is closing already counts as closed at once; the same
- * stream twice is an err report. Returns -1 always. Running out of memory for the relay ends the process. */
+ * streams are borrowed: pushed, with data, callback and half-close callback of the relay's own; a request
+ * that a stream has is replaced unless ESTREAM_THROTTLE_MANUAL is set, and what it has buffered goes first.
+ * When one closes, what the other still sends is dropped, its output is sent, and it is closed or given back
+ * too. The end of input of a stream with ESTREAM_HALF_CLOSE ends the other's output when both carry that
+ * flag, are up, without TLS, and neither is to be given back; otherwise it is like a close. A null stream
+ * only collects: nothing waits for its output. A stream given back has no read request, unless its owner
+ * issued it. A stream that is closing already counts as closed at once; the same stream twice is an err
+ * report. Returns -1 always. Running out of memory for the relay ends the process. */
 KUTIL_API int estream_throttle(estream *a, const estream_throttle_opt *a_options, estream *b,
                                const estream_throttle_opt *b_options);
 
