@@ -53,6 +53,16 @@ const Command *find_command(View name)
     return nullptr;
 }
 
+const char *bad_option(char **argv)
+{
+    static char letter[] = "-?";
+    const char *passed = argv[optind - 1];
+    if (optopt == 0 || (kutil::starts_with(passed, "--") && strchr(passed, '=')))
+        return passed;
+    letter[1] = static_cast<char>(optopt);
+    return letter;
+}
+
 namespace
 {
 
@@ -72,7 +82,7 @@ long read_depth(const char *word)
     return kutil::is_digit(*word) && !*end ? depth : -1;
 }
 
-Exit take_option(Session &session, const Command &command, int option, Args *args)
+Exit take_option(Session &session, const Command &command, char **words, int option, Args *args)
 {
     if (option == 'd' && (command.options & kDepthOption)) {
         args->depth = read_depth(optarg);
@@ -94,8 +104,12 @@ Exit take_option(Session &session, const Command &command, int option, Args *arg
     }
     if (option == ':')
         return session.complain(kMisuse, "%s: the last option needs an argument", command.name);
-    return session.complain(kMisuse, "%s: no such option (general options stand before the command)",
-                            command.name);
+    const char *long_name = nullptr; // of an option that only other commands take
+    for (const struct option &known : kOptions)
+        long_name = known.name && known.val == option ? known.name : long_name;
+    return session.complain(kMisuse, "%s: no such option: %s%s (general options stand before the command)",
+                            command.name, long_name ? "--" : "",
+                            typed(long_name ? long_name : bad_option(words)).get());
 }
 
 } // namespace
@@ -106,7 +120,7 @@ Exit parse_words(Session &session, const Command &command, char **words, const s
     optind = 0; // starts anew, in every C library that has getopt_long
     opterr = 0;
     for (int option; (option = getopt_long(count, words, "+:", kOptions, nullptr)) != -1;) {
-        const Exit taken = take_option(session, command, option, args);
+        const Exit taken = take_option(session, command, words, option, args);
         if (taken != kDone)
             return taken;
     }

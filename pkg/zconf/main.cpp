@@ -68,17 +68,6 @@ Exit misuse(const char *what, const char *word = "")
     return kMisuse;
 }
 
-// The option that getopt_long refused: the long one that it has just passed, or a letter.
-const char *bad_option(char **argv)
-{
-    static char letter[] = "-?";
-    const char *passed = argv[optind - 1];
-    if (optopt == 0 || (kutil::starts_with(passed, "--") && strchr(passed, '=')))
-        return passed;
-    letter[1] = static_cast<char>(optopt);
-    return letter;
-}
-
 // What has to be known before a file is opened: done is set when the call ends here.
 Exit read_settings(int argc, char **argv, Settings *settings, bool *done)
 {

@@ -127,7 +127,7 @@ TEST_F(Zconf, ReadsWithoutTouchingTheFolder)
         {{"print", "--depth=1", "wan"}, 0, "wan\n  mtu = 1500\n  name = Fibre &26; co\n  dns (2 keys)\n", ""},
         {{"print", "--depth", "1x"}, 2, "", "--depth: not a number from 0 up: 1x"},
         {{"print", "--depth", "-1"}, 2, "", "--depth"},
-        {{"list", "--depth", "1"}, 2, "", "no such option"},
+        {{"list", "--depth", "1"}, 2, "", "list: no such option: --depth (general"},
         {{"validate"}, 0, "c: valid, 5 keys\n", ""},
         {{"frobnicate"}, 2, "", "no such command: frobnicate"},
         {{}, 2, "", "no command"},
@@ -268,7 +268,7 @@ TEST_F(Zconf, TypesStandInFrontOfThePath)
         {{{"get", "--type", "text", "wan/mtu"}, 2, "", "--type: text: not one of int, u32"}, ""},
         {{{"get", "--type"}, 2, "", "get: the last option needs an argument"}, ""},
         {{{"get", "--unmask", "--type", "hex", "wan/mtu"}, 2, "", "only --type secret"}, ""},
-        {{{"del", "--type", "hex", "wan/mtu"}, 2, "", "no such option"}, ""},
+        {{{"del", "--type", "hex", "wan/mtu"}, 2, "", "del: no such option: --type"}, ""},
         {{{"batch"}, 2, "", "standard input:2:18: x: not a decimal"}, "a=1\nset --type int a x"},
         {{{"batch"}, 0, "-1\n", ""}, "set --type time t -1\nget --type time t"},
     });
