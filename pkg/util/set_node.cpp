@@ -1,5 +1,6 @@
 #include "set_node.h"
 
+#include "internal/c_locale.h"
 #include "internal/number.h"
 #include "internal/report.h"
 #include "internal/set_node.h"
@@ -456,7 +457,11 @@ int set_son_get_hex(set **handle)
     return static_cast<int32_t>(parse_u32(set_son_get_strz(handle), nullptr, 16));
 }
 
-double set_son_get_float(set **handle) { return atof(set_son_get_strz(handle)); }
+double set_son_get_float(set **handle)
+{
+    const CLocale scope;
+    return atof(set_son_get_strz(handle));
+}
 
 set **set_set_str(set **handle, const char *text) { return tree_rename(handle, writing_mask(), text); }
 

@@ -118,7 +118,7 @@ KUTIL_API char *set_son_get_strz(set **handle);
 
 /* The value that the node holds as a number, 0 when there is none: as atoi (saturated to 32 bits), strtoul
  * and strtoull in base 10 (saturated; a minus sign negates modulo 2^32 or 2^64), strtoul in base 16 (wrapped
- * to int), atof. Source: these functions of ISO C with the sizes of a 32-bit machine. */
+ * to int), atof in the C locale. Source: these functions of ISO C with the sizes of a 32-bit machine. */
 KUTIL_API int set_son_get_int(set **handle);
 KUTIL_API uint32_t set_son_get_u32(set **handle);
 KUTIL_API uint64_t set_son_get_u64(set **handle);

@@ -58,11 +58,7 @@ time_t set_get_path_time(set **handle, const char *path)
 
 int set_get_path_hex(set **handle, const char *path) { return set_son_get_hex(set_get(handle, path)); }
 
-double set_get_path_float(set **handle, const char *path)
-{
-    const CLocale scope;
-    return set_son_get_float(set_get(handle, path));
-}
+double set_get_path_float(set **handle, const char *path) { return set_son_get_float(set_get(handle, path)); }
 
 int set_get_path_enum(set **handle, const char *path, const code_names *table)
 {

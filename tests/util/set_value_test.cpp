@@ -103,6 +103,7 @@ TEST(Numbers, RoundTripsAndTheirTexts)
         set_set_path_float(h, "d", 2.25);
         EXPECT_EQ(tree.get("d"), "2.250000");
         EXPECT_EQ(set_get_path_float(h, "d"), 2.25);
+        EXPECT_EQ(set_son_get_float(set_get(h, "d")), 2.25);
         setlocale(LC_NUMERIC, "C");
     }
     EXPECT_EQ(set_get_path_enum(h, "e", fw_level_t_str), 3);
