@@ -144,7 +144,7 @@ void reobscure_zel_conf_params(set **conf, const char *prefix)
     size_t count = 0;
     for (set **son = set_get_son(set_get(conf, kSecretsPath), 0); son; son = set_get_next(son)) {
         const char *name = set_get_path_str(son, "name");
-        if (!name || !starts_with(name, view(prefix)))
+        if (!name || !*name || !starts_with(name, view(prefix)))
             continue;
         secrets.reset(grow_array(secrets.release(), count + 1));
         secrets.get()[count++] = {copy_text(name), str2code(obscure_type_str, set_get_path_str(son, "type"))};

@@ -299,6 +299,7 @@ TEST(Keys, LoadedFromTheTree)
         set_set_path_str(h, rows[i].name, rows[i].value);
     }
     set_set_path_str(h, "encryption/obscured_params/7/type", "str");
+    set_set_path_str(h, "encryption/obscured_params/8/name", "");
     const std::string bytes = tree.get("wifi/bin");
     reobscure_zel_conf_params(h, "wifi/");
     EXPECT_EQ(unobscured(h, "wifi/psk"), "under the built-in key");
