@@ -38,6 +38,8 @@ bool read_endpoint(const char *text, Endpoint *endpoint)
         address = sub(address, 1, address.size() - 2);
     else if (address.find(':') != View::npos)
         return false;
+    if (address.find('%') != View::npos) // an endpoint holds no zone
+        return false;
     const HeapText literal(copy_text(address));
     Endpoint read;
     if (!read_port(sub(whole, colon + 1), &read.port) || str2iaddr(&read.address, literal.get()) != 0)

@@ -12,7 +12,8 @@ struct Endpoint {
     uint16_t port;
 };
 
-// Reads "ADDRESS:PORT" or "[ADDRESS]:PORT", both numeric. False, with nothing stored, for anything else.
+// Reads "ADDRESS:PORT" or "[ADDRESS]:PORT", both numeric. False, with nothing stored, for anything else, an
+// IPv6 zone too.
 bool read_endpoint(const char *text, Endpoint *endpoint);
 
 // An endpoint in the form that read_endpoint takes.

@@ -15,8 +15,8 @@
  *
  * estream_close may be called at any time, in callbacks too. It releases everything at once and the record
  * from the loop's next timers: until then every call on the stream does nothing and answers -1 or 0. After
- * that the pointer is no more. While a callback of a stream runs, nothing else of that stream is served: a
- * callback that runs a loop of its own cannot wait for its own stream.
+ * that the pointer is no more. While a callback of a stream runs, its input and output are not served: a
+ * callback that runs a loop of its own cannot wait for its own stream, whose time-out goes on.
  *
  * A NULL stream: nothing happens, and the answer is that of a closing one. Making a stream ends the process
  * when memory runs out; a stream whose buffers cannot grow is closed with a report. */
