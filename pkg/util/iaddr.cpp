@@ -85,25 +85,44 @@ struct FreeAddrinfo {
     void operator()(addrinfo *list) const noexcept { freeaddrinfo(list); }
 };
 
-// The plain forms, by far the most frequent, need no resolver. Both readers refuse what inet_pton takes only
-// in part, so the resolver sees every other form.
-bool parse_plain(const char *text, iaddr &out)
+// One to four numbers, decimal, hexadecimal or octal: each but the last is an octet, the last is all the
+// rest. Not left to the C library, since one of 32 bits takes a number that is too large for the largest.
+bool parse_parts(const char *text, uint32_t &out)
 {
+    uint32_t high = 0;
+    for (int octets_left = 4; octets_left > 0 && is_digit(*text); octets_left--) {
+        const char *end = nullptr;
+        const uint64_t number = parse_u64(text, &end, 0);
+        if (*end == '\0' && number >> (8 * octets_left) == 0) {
+            out = static_cast<uint32_t>(uint64_t{high} << (8 * octets_left) | number);
+            return true;
+        }
+        if (*end != '.' || number > 255)
+            return false;
+        high = high << 8 | static_cast<uint32_t>(number);
+        text = end + 1;
+    }
+    return false;
+}
+
+// The plain forms, by far the most frequent, need no resolver; it sees addresses with a zone.
+bool parse_numeric(const char *text, iaddr &out)
+{
+    out = {};
     for (const uint16_t family : {uint16_t{AF_INET}, uint16_t{AF_INET6}}) {
         if (inet_pton(family, text, out.addr.bytes) == 1) {
             out.family = family;
             return true;
         }
     }
-    return false;
-}
-
-bool parse_numeric(const char *text, iaddr &out)
-{
     out = {};
-    if (parse_plain(text, out))
+    uint32_t ip = 0;
+    if (parse_parts(text, ip)) {
+        ip2iaddr(&out, ip);
         return true;
-    out = {};
+    }
+    if (!strchr(text, ':'))
+        return false;
     addrinfo hints = {};
     hints.ai_flags = AI_NUMERICHOST;
     addrinfo *list = nullptr;
@@ -115,10 +134,59 @@ bool parse_numeric(const char *text, iaddr &out)
 
 constexpr size_t kAddressText = INET6_ADDRSTRLEN; // 46, the longest text and its NUL
 
+char *print_quad(char *to, const uint8_t *bytes)
+{
+    return to + sprintf(to, "%u.%u.%u.%u", unsigned{bytes[0]}, unsigned{bytes[1]}, unsigned{bytes[2]},
+                        unsigned{bytes[3]});
+}
+
+// The longest run of at least two zero words, the first of equal ones, is "::"; behind 80 bits of zeros
+// stands a quad where the address is an IPv4 one.
+void print_words(char *to, const uint8_t *bytes)
+{
+    constexpr int kWords = 8;
+    unsigned words[kWords];
+    int run_start = 0;
+    int run_length = 1;
+    for (int i = 0, zeros = 0; i < kWords; i++) {
+        words[i] = static_cast<unsigned>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
+        zeros = words[i] == 0 ? zeros + 1 : 0;
+        if (zeros > run_length) {
+            run_length = zeros;
+            run_start = i + 1 - zeros;
+        }
+    }
+    if (run_length < 2)
+        run_length = 0;
+    const bool has_quad = run_start == 0 && (run_length == 6 || (run_length == 5 && words[5] == 0xffff));
+    for (int i = 0; i < kWords; i++) {
+        if (i == run_start && run_length > 0) {
+            *to++ = ':';
+            i += run_length - 1;
+            if (i == kWords - 1)
+                *to++ = ':';
+            continue;
+        }
+        if (i > 0)
+            *to++ = ':';
+        if (i == 6 && has_quad) {
+            to = print_quad(to, bytes + 12);
+            break;
+        }
+        to += sprintf(to, "%x", words[i]);
+    }
+    *to = '\0';
+}
+
+// As the GNU C library's inet_ntop does, on every machine: others shorten other zeros, and what is stored is
+// compared as text.
 void print_address(char (&out)[kAddressText], uint16_t family, const void *a)
 {
-    if (!a || !inet_ntop(family, a, out, sizeof(out)))
-        out[0] = '\0';
+    out[0] = '\0';
+    if (a && family == AF_INET)
+        print_quad(out, octets(a));
+    else if (a && family == AF_INET6)
+        print_words(out, octets(a));
 }
 
 char address_text[kAddressText];

@@ -131,7 +131,9 @@ KUTIL_API int str2ip_addr(uint16_t *family_out, ip_addr *out, const char *text);
 KUTIL_API int str2iaddr(iaddr *out, const char *text);
 
 /* ip_addr2str returns the text of the address bytes `a` of `family` in a static buffer, "" when the family is
- * none or `a` is NULL. Source of the form: inet_ntop of POSIX. */
+ * none or `a` is NULL. Source of the form: inet_ntop of POSIX, the same on every machine: of IPv6 the longest
+ * run of two or more zero words is "::", the first of equal ones, and ::1.2.3.4 and ::ffff:1.2.3.4 end in a
+ * quad. */
 KUTIL_API char *ip_addr2str(uint16_t family, const void *a);
 
 /* iaddr2str returns ip_addr2str of *a, in the same buffer; "" when it holds no address. */

@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <regex>
 #include <string>
 #include <vector>
@@ -46,6 +47,8 @@ TEST(IaddrText, NumericFormsAndNothingElse)
                              {"10.1", "10.0.0.1"},
                              {"0x7f.1", "127.0.0.1"},
                              {"010.0.0.1", "8.0.0.1"},
+                             {"0xffffffff", "255.255.255.255"},
+                             {"1.2.65535", "1.2.255.255"},
                              {"fe80::1", "fe80::1"},
                              {"FE80:0:0:0:0:0:0:1", "fe80::1"},
                              {"::", "::"},
@@ -59,8 +62,9 @@ TEST(IaddrText, NumericFormsAndNothingElse)
         EXPECT_STREQ(iaddr2str(&a), row[1]) << row[0];
         EXPECT_TRUE(a.family == AF_INET6 || memcmp(a.addr.bytes + 4, ip_addr_any(), 12) == 0) << row[0];
     }
-    for (const char *text :
-         {"localhost", "", "1.2.3.4.5", "1.2.3.256", "[::1]", ":::1", "1:2:3:4:5:6:7:8:9", "1.2.3.4/24"}) {
+    for (const char *text : {"localhost", "", "1.2.3.4.5", "1.2.3.256", "[::1]", ":::1", "1:2:3:4:5:6:7:8:9",
+                             "1.2.3.4/24", "4294967296", "99999999999", "18446744073709551617", "1.2.65536",
+                             "1.2.", "256.1", "08.1", "-1", "0x", "1.2.3.4 "}) {
         memset(&a, 0x5a, sizeof(a));
         EXPECT_EQ(str2iaddr(&a, text), -1) << text;
         EXPECT_EQ(a.family, 0) << text;
@@ -71,6 +75,36 @@ TEST(IaddrText, NumericFormsAndNothingElse)
     EXPECT_EQ(str(kept), "1.2.3.4");
     EXPECT_EQ(str2iaddr(nullptr, "1.2.3.4"), -1);
     EXPECT_EQ(str2iaddr(&kept, std::string(100000, '1').c_str()), -1);
+}
+
+// The text is stored, so it is the same on every machine, whatever the C library's is.
+TEST(IaddrText, ZerosAreShortenedTheSameWayEverywhere)
+{
+    const char *rows[][2] = {{"0:0:1:0:0:2:3:4", "::1:0:0:2:3:4"},
+                             {"1:0:0:2:0:0:0:3", "1:0:0:2::3"},
+                             {"1:0:2:3:4:5:6:7", "1:0:2:3:4:5:6:7"},
+                             {"0:1:2:3:4:5:6:7", "0:1:2:3:4:5:6:7"},
+                             {"1:2:3:4:5:6:0:0", "1:2:3:4:5:6::"},
+                             {"::102:304", "::1.2.3.4"},
+                             {"::ffff:1:2", "::ffff:0.1.0.2"},
+                             {"::ffff:0:0", "::ffff:0.0.0.0"},
+                             {"::1:0:0", "::1:0:0"},
+                             {"::1:0", "::0.1.0.0"},
+                             {"::1:1:2", "::1:1:2"},
+                             {"::1", "::1"}};
+    for (const auto &row : rows)
+        EXPECT_EQ(str(addr(row[0])), row[1]) << row[0];
+#ifdef __GLIBC__
+    std::mt19937 random(7);
+    for (int i = 0; i < 20000; i++) {
+        ip_addr bytes = {};
+        char expected[INET6_ADDRSTRLEN];
+        for (uint8_t &byte : bytes.bytes)
+            byte = static_cast<uint8_t>(random() % 3 ? 0 : random() % 2 ? 255 : random());
+        for (const uint16_t family : {uint16_t{AF_INET}, uint16_t{AF_INET6}})
+            ASSERT_STREQ(ip_addr2str(family, &bytes), inet_ntop(family, &bytes, expected, sizeof(expected)));
+    }
+#endif
 }
 
 TEST(IaddrText, ResultsOfDifferentFunctionsDoNotShareABuffer)
