@@ -9,6 +9,7 @@ Prints a row for each case and ends with 1 when one failed. --slow does the many
 import concurrent.futures
 import contextlib
 import hashlib
+import html.parser
 import http.client
 import json
 import os
@@ -300,17 +301,37 @@ def nonces(d):
     check("stale and wrong is wrong", status(got) == [401] and "stale" not in got, got)
 
 
+class Markup(html.parser.HTMLParser):
+    """The names of the elements and attributes of a page."""
+
+    def __init__(self, text):
+        super().__init__()
+        self.names = set()
+        self.feed(text)
+
+    def handle_starttag(self, tag, attrs):
+        self.names |= {tag, *(f"{tag} {name}" for name, _ in attrs)}
+
+
 def break_out(d):
     """Names that are markup, escapes and line ends, everywhere they are shown."""
+    def pages_of(name):
+        path = urllib.parse.quote(name, safe="")
+        check("a name is taken", d.curl("-X", "PUT", "--data-binary", name, f"/conf/wan/{path}/x")[0] == 200)
+        rows = ["/ui/tree/wan", f"/ui/tree/wan/{path}", f"/ui/tree/wan/{path}?ask=delete", "/ui/search?q=onclick",
+            "/ui/diff"]
+        pages = [d.curl(row) for row in rows]
+        check("it is shown", all(code == 200 and "onclick" in text for code, text in pages), pages)
+        return "".join(text for _, text in pages)
+
+    plain = Markup(pages_of("onclick")).names
+    d.curl("-X", "POST", "/revert")
     name = "</code><b onclick='x'>\"\r\nX-Y: 1\r\n\x1b[2J&"
     path = "/conf/wan/" + urllib.parse.quote(name, safe="")
-    page_of_it = path.replace("conf", "ui/tree", 1)
-    check("such a name is taken", d.curl("-X", "PUT", "--data-binary", name, path + "/x")[0] == 200)
-    for page in "/ui/tree/wan", page_of_it, page_of_it + "?ask=delete", "/ui/search?q=onclick", "/ui/diff":
-        code, text = d.curl(page)
-        check(f"{page:.20} shows it as text", code == 200 and "onclick" in text and "<b " not in text and
-              "\x1b" not in text and
-              not re.search(r"='[^']*onclick", text) and not re.search(r'="[^"&]*<', text), text)
+    shown = pages_of(name)
+    # The field of a value that no field can hold is left out.
+    check("as text", Markup(shown).names <= plain | {"p class", "p role"} and "\x1b" not in shown,
+          Markup(shown).names - plain)
     check("JSON", json.loads(d.curl("/conf/wan?format=json&candidate=1")[1])[name] == {"x": name})
     lines = d.curl("/conf/wan?format=lines&candidate=1")[1]
     check("lines", "\nX-Y" not in lines and "\x1b" not in lines and lines.count("onclick") == 2 and
@@ -318,7 +339,7 @@ def break_out(d):
     text = d.curl("/conf/wan?candidate=1")[1]
     check("the text form reads back", d.curl("-X", "PUT", "--data-binary", text, "/conf/wan?format=text")[0] == 200 and
           json.loads(d.curl("/conf/wan?format=json&candidate=1")[1])[name] == {"x": name})
-    for form in path + "?index", page_of_it + "?index":
+    for form in path + "?index", path.replace("conf", "ui/tree", 1) + "?index":
         got = d.raw(f"POST {form} HTTP/1.1\r\nHost: localhost\r\n{AUTH}\r\nConnection: close\r\n\r\n".encode())
         check("Location is one line", status(got)[0] in (201, 303, 422) and "\r\nX-Y" not in got, got)
     refused = d.raw(b"BREW\x1b / HTTP/1.1\r\n\r\n") + d.raw(b"GET /conf/<script>%0aX HTTP/1.1\r\nHost: <script>\r\n\r\n")
@@ -348,9 +369,11 @@ def bodies(d):
             for header in "Expect: 100-continue", "Transfer-Encoding: chunked":
                 got = d.curl("-T", file.name, "-H", header, "/conf/wan/0/comment")[0]
                 check(f"curl sends {size} bytes, {header}", got == wanted, got)
-    body = b"y" * 1048577
-    got = d.raw(put.encode() + b"Content-Length: 1048577\r\n\r\n" + body[:1 << 20])
-    check("who sends the long body all the same gets the refusal", status(got) == [413], got)
+    with socket.create_connection(("127.0.0.1", d.port), timeout=10) as s:
+        s.sendall(put.encode() + b"Content-Length: 1048577\r\n\r\n" + b"y" * 800000)
+        time.sleep(0.2)
+        got = b"".join(iter(lambda: s.recv(65536), b""))  # fails when the connection is reset
+        check("who sends the long body all the same gets the refusal", status(got.decode()) == [413], got)
     code, text = d.curl("/conf/wan/0/comment?candidate=1&format=value")
     check("what was taken is whole", code == 200 and text == "x" * (1 << 20), len(text))
     d.curl("-X", "POST", "/revert")
@@ -386,11 +409,10 @@ def crowd(d):
         began = time.monotonic()
         for s in guessers:
             s.sendall(failing)
-        first = guessers[-1].recv(12)
-        quick = time.monotonic() - began < 0.9
-        answers = [s.recv(12) for s in guessers[:-1]] + [first]
+        sent = time.monotonic() - began
+        answers = [s.recv(12) for s in guessers]
         check("64 failed logins wait, the rest is refused", set(answers) <= {b"HTTP/1.1 401", b"HTTP/1.1 429"} and
-              (answers.count(b"HTTP/1.1 401") == 69 or not quick), answers)
+              (answers.count(b"HTTP/1.1 401") == 69 or sent > 0.5), answers)
 
 
 def slow_clients(d, count):
@@ -510,6 +532,7 @@ def line_protocol(d):
         check("line protocol: a line that is too long is told of",
               s.recv(100) == b"error 413 the line is longer than 8 kB\n" and
               d.curl("/diff") == (200, ""))
+        check("line protocol: and the connection ends without a reset", s.recv(100) == b"")
     check("line protocol: noise closes", d.raw(bytes(range(256)) * 100, port=d.line_port).count("\n") <= 1)
 
 
@@ -614,7 +637,8 @@ def signals(d):
           d.curl("/diff") == (200, "+ wan/0/mtu=2\n"), (answer.status, text))
     check("it can be repeated", d.curl("-X", "POST", "/commit")[0] == 200 and "(mtu(2))" in open(d.file).read())
     with contextlib.ExitStack() as stack:
-        begun, hanging, idle = [stack.enter_context(socket.create_connection(("127.0.0.1", d.port), timeout=10)) for _ in range(3)]
+        begun, hanging, idle = [stack.enter_context(socket.create_connection(("127.0.0.1", d.port),
+            timeout=10)) for _ in range(3)]
         begun.sendall(get[:20])
         hanging.sendall(get[:20])
         check("idle before the end", ask(idle, get) == [200])
