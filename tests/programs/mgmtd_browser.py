@@ -8,6 +8,7 @@ screenshots stay in FOLDER.
 """
 import base64
 import contextlib
+import http.server
 import json
 import os
 import re
@@ -15,6 +16,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import urllib.error
 import urllib.parse
@@ -101,6 +103,9 @@ class Browser:
         """Presses Enter, and waits for the page that this leads to."""
         self.run("window.left = true")
         self.keys(ENTER)
+        self.arrive()
+
+    def arrive(self):
         for _ in range(200):
             with contextlib.suppress(RuntimeError):  # between two pages there is nothing to ask
                 if self.run("return !window.left && document.readyState === 'complete'"):
@@ -197,6 +202,38 @@ def pages(d, browser):
                   not errors or path == "/ui/tree/none", errors)
 
 
+def other_site(d, browser):
+    """A page of another site, in the browser of somebody who is logged in, changes nothing."""
+    evil = f"""<form id=a method=post action="{d.url}/conf/wan/0"><input name=mtu value=1></form>
+        <form id=b method=post action="http://127.0.0.1:{d.line_port}/" enctype=text/plain>
+        <textarea name="auth {USER} {PASSWORD}&#10;set wan/0/mtu 2&#10;x">y</textarea></form>
+        <iframe src="{d.url}/ui/tree/"></iframe>""".encode()
+
+    class Handler(http.server.BaseHTTPRequestHandler):
+        def do_GET(self):
+            self.send_response(200)
+            self.send_header("Content-Type", "text/html; charset=utf-8")
+            self.end_headers()
+            self.wfile.write(evil)
+
+        def log_message(self, *_):
+            pass
+
+    with http.server.HTTPServer(("127.0.0.1", 0), Handler) as server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        for form, refusal in ("a", "another site"), ("b", ""):
+            browser.go(f"http://localhost:{server.server_port}/")
+            browser.run("window.left = true; document.getElementById(arguments[0]).submit()", form)
+            browser.arrive()
+            check(f"form {form} of another site is refused", refusal in browser.text() and d.curl("/diff") == (200, ""),
+                  (browser.text(), d.curl("/diff")))
+        framed = [e["message"] for e in browser.call("/se/log", {"type": "browser"}) if "frame-ancestors" in e["message"]]
+        check("and cannot frame a page", framed)
+        server.shutdown()
+    stats = d.curl("/stats")[1]
+    check("the line protocol took one line of it", "line_commands=1\n" in stats and "logins_failed=0\n" in stats, stats)
+
+
 def main():
     if not (shutil.which("chromium") and shutil.which("chromedriver")):
         print("chromium or chromedriver is missing")
@@ -206,6 +243,7 @@ def main():
         d = stack.enter_context(daemon())
         browser = Browser(stack)
         edit_by_keyboard(d, browser)
+        other_site(d, browser)
         pages(d, browser)
         check("the daemon lives and ends well", d.alive() and d.stop() == 0)
     print(f"{len(failures)} failed")
