@@ -25,13 +25,7 @@
 #include <sys/time.h>
 #include <time.h>
 
-/* Times are 64-bit everywhere: a 32-bit C library that has both is told so by -D_TIME_BITS=64
- * -D_FILE_OFFSET_BITS=64, which the installed package files carry. */
-#ifdef __cplusplus
-static_assert(sizeof(time_t) == 8, "compile with -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64");
-#else
-_Static_assert(sizeof(time_t) == 8, "compile with -D_TIME_BITS=64 -D_FILE_OFFSET_BITS=64");
-#endif
+KUTIL_64_BIT_TIME;
 
 KUTIL_BEGIN_DECLS
 

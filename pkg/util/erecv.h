@@ -27,6 +27,8 @@
 #include <sys/time.h>
 #include <sys/types.h>
 
+KUTIL_64_BIT_TIME;
+
 KUTIL_BEGIN_DECLS
 
 #define ERECV_CONTROL_SIZE 524

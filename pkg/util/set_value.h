@@ -25,6 +25,8 @@
 #include <stddef.h>
 #include <time.h>
 
+KUTIL_64_BIT_TIME;
+
 KUTIL_BEGIN_DECLS
 
 /* --- Texts --- */

@@ -27,6 +27,8 @@
 #include <stdint.h>
 #include <sys/time.h>
 
+KUTIL_64_BIT_TIME;
+
 KUTIL_BEGIN_DECLS
 
 /* sys_get_ticks_from_boot returns the clock ticks since the first call in this process, so 0 at that call;
