@@ -50,7 +50,8 @@ macro(kutil_no_implicit_cxx_libraries)
   set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
 endmacro()
 
-# kutil_program(NAME): the program NAME from pkg/NAME/*.cpp, installed with its completion.
+# kutil_program(NAME [LIBC_ONLY]): the program NAME from pkg/NAME/*.cpp, installed with its completion. LIBC_ONLY is for
+# scripts/check-library: the program uses no part of the library that needs libcrypto.
 function(kutil_program name)
   kutil_no_implicit_cxx_libraries()
   file(GLOB sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/pkg/${name}/*.cpp")

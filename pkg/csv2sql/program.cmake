@@ -1,1 +1,1 @@
-kutil_program(csv2sql)
+kutil_program(csv2sql LIBC_ONLY)

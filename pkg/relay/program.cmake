@@ -1,1 +1,1 @@
-kutil_program(relay)
+kutil_program(relay LIBC_ONLY)
