@@ -177,9 +177,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::vector<std::string> whole = scan(bytes, SIZE_MAX / 16, &rewritten);
     require(scan(bytes, 1, nullptr) == whole);
     require(scan(bytes, 2 + data[0], nullptr) == whole);
-    std::vector<std::string> plain = whole;
-    plain.back() = ""; // what was refused or cut is not written
-    require(scan(rewritten, 64, nullptr) == plain);
+    if (size < kMaxHead / 2) { // written again a head may be longer, and too long
+        std::vector<std::string> plain = whole;
+        plain.back() = ""; // what was refused or cut is not written
+        require(scan(rewritten, 64, nullptr) == plain);
+    }
     check_names(bytes);
     check_form(bytes);
     return 0;
