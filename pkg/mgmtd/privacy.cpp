@@ -41,13 +41,13 @@ int PathList::find(View path) const
     return -1;
 }
 
-bool PathList::covers(View path) const
+int PathList::covering(View path) const
 {
     for (size_t i = 0; i < count_; i++) {
         if (is_at_or_below(path, this->path(i)))
-            return true;
+            return static_cast<int>(i);
     }
-    return false;
+    return -1;
 }
 
 bool PathList::reaches_below(View path) const

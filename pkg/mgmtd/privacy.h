@@ -29,8 +29,9 @@ public:
     Kind kind(size_t i) const { return items_.get()[i].kind; }
     // The number of the path itself, or -1.
     int find(View path) const;
-    // One of the paths is `path` or leads to it.
-    bool covers(View path) const;
+    // The number of a path that is `path` or leads to it, or -1.
+    int covering(View path) const;
+    bool covers(View path) const { return covering(path) >= 0; }
     // One of the paths is strictly below `path`.
     bool reaches_below(View path) const;
 

@@ -70,17 +70,22 @@ void filter_line(void *context, const char *line, size_t length)
     if (!path || filter->hidden->covers(path.get()))
         return;
     filter->count++;
-    if (!filter->secrets->covers(path.get()) || !parts.value) {
+    const int secret = filter->secrets->covering(path.get());
+    if (secret < 0 || (!parts.value && filter->secrets->find(path.get()) >= 0)) {
         append_line(filter->out, line, length);
         return;
     }
-    View shown(line, length);
-    size_t equals = 2;
-    while (shown[equals] != '=')
-        equals += shown[equals] == '\\' ? 2 : 1;
-    filter->out->append(kutil::sub(shown, 0, equals + 1));
-    filter->out->append(kMask);
-    filter->out->append('\n');
+    // The names below a secret are a part of it.
+    kutil::common::TreeLineWriter writer(append_line, filter->out);
+    writer.start(View(line, 2));
+    for_each_name(
+        filter->secrets->path(static_cast<size_t>(secret)),
+        [](void *to, View name) {
+            static_cast<kutil::common::TreeLineWriter *>(to)->add_name(
+                HeapText(kutil::copy_text(name)).get());
+        },
+        &writer);
+    writer.emit_value(kMask.data());
 }
 
 } // namespace
@@ -341,6 +346,8 @@ bool Staged::merge_secrets(set **tree, View top, Outcome *out)
         const set *leaf = node ? value_leaf(*node) : nullptr;
         const char *stored = set_get_path_str(current(), list.c_path(i));
         const bool keep = list.kind(i) == Secret::key || (leaf && kMask == leaf->value);
+        if (node && (*node)->sons && !leaf)
+            return out->fail(422, "%s is a secret and holds one value", shown(list.path(i)));
         if (keep && stored && (node || list.kind(i) == Secret::key)) {
             set_set_path_str(tree, rest, stored);
         } else if (keep && node) {

@@ -547,6 +547,16 @@ TEST_F(MgmtdStaged, ASecretIsNeitherShownNorLost)
     uint8_t bytes[2] = {1, 1};
     EXPECT_EQ(set_get_path_bin_buf_unobscured(staged.current(), "wan/0/key", bytes), 2);
     EXPECT_TRUE(bytes[0] == 0 && bytes[1] == 0xFF);
+    // What cannot be obscured is not stored, and names below a secret are a part of it.
+    for (const char *more : {"(password(a)(b))", "(password(a(b)))", "(password(********)(b))"})
+        EXPECT_EQ(put_tree(ann, "wan/0/password", more).substr(0, 3), "422") << more;
+    set *odd =
+        set_read("(conf(encryption(obscured_params(0(name(a=b/c))(type(str)))))(a=b(c(secret(x))(y))))");
+    Staged other(save, this);
+    other.load(odd, false);
+    EXPECT_EQ(said([&](Outcome *out) { return other.remove(ann, "a=b/c", false, out); }).substr(0, 3), "200");
+    EXPECT_EQ(said([&](Outcome *out) { return other.diff(ann, out); }),
+              "200 - a\\=b/c=********\n- a\\=b/c=********\n+ a\\=b/\n");
     // The configuration's own keys are kept whatever is put.
     EXPECT_EQ(put(ann, "manufacturer/zel_conf/key", "x").substr(0, 3), "403");
     EXPECT_EQ(remove(ann, "manufacturer").substr(0, 3), "403");
