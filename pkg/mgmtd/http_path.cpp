@@ -114,6 +114,11 @@ bool is_at_or_below(View path, View top)
     return kutil::starts_with(path, top) && (path.size() == top.size() || path[top.size()] == '/');
 }
 
+View path_below(View path, View top)
+{
+    return top.empty() || path.size() == top.size() ? sub(path, top.size()) : sub(path, top.size() + 1);
+}
+
 void for_each_name(View path, void (*use)(void *, View), void *context)
 {
     TextBuilder name;

@@ -40,6 +40,8 @@ char *normal_path(const char *path);
 
 // `path` is `top` or below it; both normal.
 bool is_at_or_below(View path, View top);
+// What of a path that is at or below `top` is below it.
+View path_below(View path, View top);
 
 // Calls use(context, name) with each name of a normal path, unescaped.
 void for_each_name(View path, void (*use)(void *, View), void *context);

@@ -126,6 +126,51 @@ set **find_key(set **tree, const char *path)
     return kutil::common::value_leaf(node->parent) == node ? nullptr : handle;
 }
 
+namespace
+{
+
+// The handle of a node that has a parent.
+set **handle_of(set *node)
+{
+    set **handle = &node->parent->sons;
+    while (*handle != node)
+        handle = &(*handle)->next;
+    return handle;
+}
+
+} // namespace
+
+void NodeList::add(set *node)
+{
+    if (count_ == capacity_) {
+        capacity_ = capacity_ ? capacity_ * 2 : 4;
+        nodes_.reset(kutil::grow_array(nodes_.release(), capacity_));
+    }
+    nodes_.get()[count_++] = node;
+}
+
+void NodeList::find(set *top, View path)
+{
+    count_ = 0;
+    add(top);
+    for_each_name(
+        path,
+        [](void *context, View name) {
+            NodeList *self = static_cast<NodeList *>(context);
+            NodeList below;
+            for (size_t i = 0; i < self->count_; i++) {
+                for (set *son = self->node(i)->sons; son; son = son->next) {
+                    if (name == son->value)
+                        below.add(son);
+                }
+            }
+            std::swap(self->nodes_, below.nodes_);
+            self->count_ = below.count_;
+            self->capacity_ = below.capacity_;
+        },
+        this);
+}
+
 set *copy_shown(set **tree, View path, const PathList &secrets, const PathList &hidden)
 {
     if (hidden.covers(path) || (secrets.covers(path) && secrets.find(path) < 0))
@@ -134,20 +179,25 @@ set *copy_shown(set **tree, View path, const PathList &secrets, const PathList &
     set *copy = set_dup(find_key(tree, top.get()));
     if (!copy)
         return nullptr;
-    const auto below = [&](const PathList &list, size_t i) {
-        return is_at_or_below(list.path(i), path) ? list.c_path(i) + path.size() : nullptr;
+    NodeList nodes;
+    const auto find = [&](const PathList &list, size_t i) {
+        const bool below = is_at_or_below(list.path(i), path);
+        if (below)
+            nodes.find(copy, path_below(list.path(i), path));
+        return below;
     };
     for (size_t i = 0; i < hidden.count(); i++) {
-        const char *rest = below(hidden, i);
-        set **node = rest ? set_get(&copy, rest) : nullptr;
-        if (node && *node != copy)
-            set_free(node);
+        for (size_t n = find(hidden, i) ? nodes.count() : 0; n-- > 0;) {
+            if (nodes.node(n) != copy)
+                set_free(handle_of(nodes.node(n)));
+        }
     }
     for (size_t i = 0; i < secrets.count(); i++) {
-        const char *rest = below(secrets, i);
-        set **node = rest ? set_get(&copy, rest) : nullptr;
-        if (node && (*node)->sons)
-            set_set_path_str(node, "", kMask.data());
+        for (size_t n = find(secrets, i) ? nodes.count() : 0; n-- > 0;) {
+            set *node = nodes.node(n);
+            if (node->sons)
+                set_set_path_str(&node, "", kMask.data());
+        }
     }
     return copy;
 }

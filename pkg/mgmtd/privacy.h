@@ -45,6 +45,22 @@ private:
     size_t capacity_ = 0;
 };
 
+// All the nodes at one path: a name may be repeated among brothers.
+class NodeList
+{
+public:
+    // Replaces what was there by the nodes at the normal path below `top`, which is at "".
+    void find(set *top, View path);
+    size_t count() const { return count_; }
+    set *node(size_t i) const { return nodes_.get()[i]; }
+
+private:
+    void add(set *node);
+    kutil::Heap<set *> nodes_;
+    size_t count_ = 0;
+    size_t capacity_ = 0;
+};
+
 // Adds the secrets of the tree: those that "encryption/obscured_params" lists and the configuration's keys.
 void add_secrets(set **tree, PathList *list);
 

@@ -346,7 +346,9 @@ bool Staged::merge_secrets(set **tree, View top, Outcome *out)
         const set *leaf = node ? value_leaf(*node) : nullptr;
         const char *stored = set_get_path_str(current(), list.c_path(i));
         const bool keep = list.kind(i) == Secret::key || (leaf && kMask == leaf->value);
-        if (node && (*node)->sons && !leaf)
+        NodeList nodes; // a repeated name is of the same path
+        nodes.find(*tree, path_below(list.path(i), top));
+        if (nodes.count() > 1 || (node && (*node)->sons && !leaf))
             return out->fail(422, "%s is a secret and holds one value", shown(list.path(i)));
         if (keep && stored && (node || list.kind(i) == Secret::key)) {
             set_set_path_str(tree, rest, stored);
