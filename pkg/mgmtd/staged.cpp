@@ -31,6 +31,8 @@ void free_tree(set **tree)
     }
 }
 
+constexpr size_t kMaxListing = 16 * 1024 * 1024;
+
 // The place of the last "/" between names of a normal path; npos without one.
 size_t last_slash(View path)
 {
@@ -42,6 +44,23 @@ size_t last_slash(View path)
             return i;
     }
     return View::npos;
+}
+
+// How long the lines of a tree are, each with `front` bytes before it.
+size_t listed_size(set **tree, size_t front)
+{
+    struct {
+        size_t bytes;
+        size_t front;
+    } sum = {0, front};
+    kutil::common::tree_list(
+        tree,
+        [](void *context, const char *, size_t length) {
+            auto *const self = static_cast<decltype(sum) *>(context);
+            self->bytes += self->front + length + 1;
+        },
+        &sum);
+    return sum.bytes;
 }
 
 void append_line(void *context, const char *line, size_t length)
@@ -383,6 +402,9 @@ bool Staged::set_tree(const Who &who, View path, View text, bool force, Outcome 
     bool fits = path.empty() ? wanted == tree->value : wanted == name.text();
     if (!fits)
         out->fail(400, "the top node of the text does not have the name of the key");
+    // Long names above many keys make a short text a long listing.
+    if (fits && listed_size(current(), 0) + listed_size(&tree, path.size()) > kMaxListing)
+        fits = out->fail(422, "the configuration's lines would be longer than 16 MB together");
     fits = fits && merge_secrets(&tree, path, out);
     if (fits) {
         begin(who);

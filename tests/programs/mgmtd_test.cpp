@@ -592,6 +592,10 @@ TEST_F(MgmtdStaged, WhatWouldLoseKeysIsRefused)
     EXPECT_EQ(put_tree(ann, "lone", "(lone)(lone)").substr(0, 3), "400");
     EXPECT_EQ(put_tree(ann, "new/a\\/b", "(a/b(c(1)))").substr(0, 3), "200");
     EXPECT_EQ(put_tree(ann, "", "(other)").substr(0, 3), "400");
+    std::string long_names = "(lone(" + std::string(20000, 'n');
+    for (int i = 0; i < 900; i++)
+        long_names += "(" + std::to_string(i) + "(1))";
+    EXPECT_EQ(put_tree(ann, "lone", (long_names + "))").c_str()).substr(0, 3), "422");
     EXPECT_EQ(remove(ann, "wan/0/mtu/1500").substr(0, 3), "404");
     const auto add = [&](const char *path) {
         return said([&](Outcome *out) { return staged.add_entry(ann, path, false, out); });
