@@ -1,8 +1,6 @@
-#include "util/csv.h"
+#include "csv_source.h"
 
 #include <benchmark/benchmark.h>
-
-#include <string>
 
 namespace
 {
@@ -15,23 +13,6 @@ std::string make_text(int lines)
         text += n + ",user" + n + "," + n + ".25,\"a note, quoted\"\n";
     }
     return text;
-}
-
-struct Source {
-    const char *at, *end;
-    static int next(void *ctx)
-    {
-        auto *source = static_cast<Source *>(ctx);
-        return source->at == source->end ? -1 : static_cast<unsigned char>(*source->at++);
-    }
-};
-
-csv *read_table(const std::string &text)
-{
-    csv *table = csv_alloc();
-    Source source = {text.data(), text.data() + text.size()};
-    csv_read(table, Source::next, &source);
-    return table;
 }
 
 void set_bytes(benchmark::State &state, const std::string &text)

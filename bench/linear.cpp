@@ -2,6 +2,7 @@
 // scripts/check-linear counts the instructions that measured() takes at three sizes, each twice the one
 // before.
 
+#include "csv_source.h"
 #include "util/kutil.h"
 
 #include <cstdio>
@@ -65,23 +66,6 @@ std::string table_of(size_t n)
     return "id,name,price,note\n" + numbered(n, [](const std::string &i) {
                return i + ",user" + i + "," + i + ".25,\"a note, quoted\"\n";
            });
-}
-
-struct Source {
-    const char *at, *end;
-    static int next(void *ctx)
-    {
-        auto *source = static_cast<Source *>(ctx);
-        return source->at == source->end ? -1 : static_cast<unsigned char>(*source->at++);
-    }
-};
-
-csv *read_table(const std::string &text)
-{
-    csv *table = csv_alloc();
-    Source source = {text.data(), text.data() + text.size()};
-    csv_read(table, Source::next, &source);
-    return table;
 }
 
 std::string page_of(size_t n)

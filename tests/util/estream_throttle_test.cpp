@@ -9,6 +9,8 @@ namespace
 {
 
 // Two streams, a and b, with a plain descriptor as the peer of each.
+const std::string kLarge(300000, 'x'); // more than the sockets hold
+
 class Relay : public testing::Test
 {
 public:
@@ -74,6 +76,17 @@ public:
         EXPECT_EQ(::send(end.peer, text.data(), text.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(text.size()));
     }
+    // All of it is on its way to b, which does not take it.
+    void send_large_from_a() const
+    {
+        size_t sent = 0;
+        run_until([&] {
+            const ssize_t n = ::send(a.peer, kLarge.data(), kLarge.size() - sent, MSG_DONTWAIT);
+            sent += n > 0 ? static_cast<size_t>(n) : 0;
+            return sent == kLarge.size();
+        });
+        run_for(20);
+    }
     static void hang_up(End &end)
     {
         if (end.peer >= 0)
@@ -113,8 +126,6 @@ public:
     End a, b;
     std::set<int> before;
 };
-
-const std::string kLarge(300000, 'x'); // more than the sockets hold
 
 TEST_F(Relay, PassesBothWaysUnchanged)
 {
@@ -160,13 +171,7 @@ TEST_F(Relay, BeginsInTheOwnersCallback)
 TEST_F(Relay, ASideGoesWhileItEnds)
 {
     start({}, {.high_water = 1 << 20});
-    size_t sent = 0;
-    run_until([&] {
-        const ssize_t n = ::send(a.peer, kLarge.data(), kLarge.size() - sent, MSG_DONTWAIT);
-        sent += n > 0 ? static_cast<size_t>(n) : 0;
-        return sent == kLarge.size();
-    });
-    run_for(20);
+    send_large_from_a();
     estream_throttle_finish(a.es);
     ASSERT_EQ(b.released, 0);
     estream_close(a.es);
@@ -313,13 +318,7 @@ TEST_F(Relay, Ends)
         for (const uint32_t flags : {0U, ESTREAM_THROTTLE_POP}) {
             SCOPED_TRACE(std::string(row.name) + (flags ? ", given back" : ", closed"));
             start({.high_water = 1 << 20, .flags = flags}, {.high_water = 1 << 20, .flags = flags});
-            size_t sent = 0;
-            run_until([&] {
-                const ssize_t n = ::send(a.peer, kLarge.data(), kLarge.size() - sent, MSG_DONTWAIT);
-                sent += n > 0 ? static_cast<size_t>(n) : 0;
-                return sent == kLarge.size();
-            });
-            run_for(20);
+            send_large_from_a();
             ASSERT_GT(estream_pending_write(b.es), 0);
             row.act();
             if (row.b_is_sent) {
