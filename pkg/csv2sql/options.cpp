@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "common/bad_option.h"
 #include "util/csv.h"
 
 #include <cstdarg>
@@ -247,16 +248,6 @@ Exit check_settings(const Settings &settings)
     return kDone;
 }
 
-// The option that getopt_long refused: a letter of its own, or the word that it has just passed.
-const char *bad_option(char **argv)
-{
-    static char letter[] = "-?";
-    if (optopt == 0 || optopt >= kExtra)
-        return argv[optind - 1];
-    letter[1] = static_cast<char>(optopt);
-    return letter;
-}
-
 } // namespace
 
 Exit read_options(int argc, char **argv, Settings *settings, bool *done)
@@ -269,9 +260,9 @@ Exit read_options(int argc, char **argv, Settings *settings, bool *done)
         if (option == 'V')
             return puts("csv2sql " KUTIL_VERSION) < 0 ? kUnwritten : kDone;
         if (option == ':')
-            return misuse("the option needs an argument", bad_option(argv));
+            return misuse("the option needs an argument", argv[optind - 1]);
         if (option == '?')
-            return misuse("no such option", bad_option(argv));
+            return misuse("no such option", kutil::common::bad_option(argv));
         const HeapText argument(kutil::copy_text(kutil::view(optarg)));
         if (!take_argument(option, optarg, settings))
             return misuse(wanted_argument(option), argument.get());

@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "common/bad_option.h"
+
 #include <cstdio>
 #include <getopt.h>
 
@@ -68,7 +70,7 @@ bool add_endpoint(Endpoints *list, const char *text, const char *option, bool op
     return true;
 }
 
-Exit read_word(int letter, Options *options, bool *help)
+Exit read_word(int letter, char **argv, Options *options, bool *help)
 {
     switch (letter) {
     case 'c':
@@ -107,8 +109,10 @@ Exit read_word(int letter, Options *options, bool *help)
         puts("mgmtd " KUTIL_VERSION);
         *help = true;
         break;
+    case ':':
+        return misuse("the option needs an argument", argv[optind - 1]);
     default:
-        return misuse("an option that is not there, or lacks its argument");
+        return misuse("no such option", kutil::common::bad_option(argv));
     }
     return kDone;
 }
@@ -120,7 +124,7 @@ Exit read_options(int argc, char **argv, Options *options, bool *done)
     opterr = 0;
     *done = false;
     for (int letter; !*done && (letter = getopt_long(argc, argv, ":c:hV", kOptions, nullptr)) != -1;) {
-        const Exit result = read_word(letter, options, done);
+        const Exit result = read_word(letter, argv, options, done);
         *done = *done || result != kDone;
         if (*done)
             return result;

@@ -75,7 +75,6 @@ struct DiffFilter {
     TextBuilder *out;
     const PathList *secrets;
     const PathList *hidden;
-    size_t count = 0;
 };
 
 void filter_line(void *context, const char *line, size_t length)
@@ -88,7 +87,6 @@ void filter_line(void *context, const char *line, size_t length)
     const HeapText path(normal_path(parts.path));
     if (!path || filter->hidden->covers(path.get()))
         return;
-    filter->count++;
     const int secret = filter->secrets->covering(path.get());
     if (secret < 0 || (!parts.value && filter->secrets->find(path.get()) >= 0)) {
         append_line(filter->out, line, length);

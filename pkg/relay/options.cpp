@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "common/bad_option.h"
 #include "util/internal/number.h"
 
 #include <climits>
@@ -84,7 +85,7 @@ Exit read_word(int letter, char **argv, Options *options, bool *done)
     case ':':
         return misuse("the option needs an argument", argv[optind - 1]);
     default:
-        return misuse("no such option", argv[optind - 1]);
+        return misuse("no such option", kutil::common::bad_option(argv));
     }
 }
 

@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include "common/bad_option.h"
 #include "common/tree_line.h"
 #include "common/tree_list.h"
 #include "util/internal/number.h"
@@ -53,16 +54,6 @@ const Command *find_command(View name)
     return nullptr;
 }
 
-const char *bad_option(char **argv)
-{
-    static char letter[] = "-?";
-    const char *passed = argv[optind - 1];
-    if (optopt == 0 || (kutil::starts_with(passed, "--") && strchr(passed, '=')))
-        return passed;
-    letter[1] = static_cast<char>(optopt);
-    return letter;
-}
-
 namespace
 {
 
@@ -109,7 +100,7 @@ Exit take_option(Session &session, const Command &command, char **words, int opt
         long_name = known.name && known.val == option ? known.name : long_name;
     return session.complain(kMisuse, "%s: no such option: %s%s (general options stand before the command)",
                             command.name, long_name ? "--" : "",
-                            typed(long_name ? long_name : bad_option(words)).get());
+                            typed(long_name ? long_name : kutil::common::bad_option(words)).get());
 }
 
 } // namespace

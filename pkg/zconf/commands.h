@@ -47,9 +47,6 @@ extern const Command kCommands[];
 // The command of this name, or NULL.
 const Command *find_command(View name);
 
-// The option that getopt_long refused: the long one that it has just passed, or a letter.
-const char *bad_option(char **argv);
-
 // Runs words[0], a command's name, with the words behind it, in an open session. With `columns` the words
 // come from a script.
 Exit run_words(Session &session, const Command &command, char **words, const size_t *columns, int count);

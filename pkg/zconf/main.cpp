@@ -1,6 +1,7 @@
 // zconf: looks into a configuration tree's file and changes it.
 
 #include "commands.h"
+#include "common/bad_option.h"
 #include "util/zel_error.h"
 
 #include <cerrno>
@@ -93,7 +94,7 @@ Exit read_settings(int argc, char **argv, Settings *settings, bool *done)
         case ':':
             return misuse("the option needs an argument", argv[optind - 1]);
         default:
-            return misuse("no such option", bad_option(argv));
+            return misuse("no such option", kutil::common::bad_option(argv));
         }
     }
     *done = false;

@@ -387,7 +387,7 @@ TEST_F(Csv2sql, EndsWithAStatusThatSaysWhy)
         {{"csv", "xml"}, 2, "no such form: xml"},
         {{"sql", "csv"}, 2, "only written"},
         {{"--frob", "csv", "csv"}, 2, "no such option: --frob"},
-        {{"-x", "csv", "csv"}, 2, "no such option: -x"},
+        {{"-xq", "csv", "csv"}, 2, "no such option: -x"},
         {{"csv", "csv", "-i"}, 2, "needs an argument: -i"},
         {{"--type", "a=x", "csv", "csv"},
          2,
