@@ -20,4 +20,10 @@ const char *bad_option(char **argv)
     return letter;
 }
 
+const char *bare_option(char **argv)
+{
+    // Some C libraries count the word that is missing as passed.
+    return argv[optind - 1] ? argv[optind - 1] : argv[optind - 2];
+}
+
 } // namespace kutil::common

@@ -9,6 +9,9 @@ namespace kutil::common
 // argv, or a static buffer that the next call changes.
 const char *bad_option(char **argv);
 
+// The option that getopt_long has just returned ':' for, as it was typed: it lacks its argument.
+const char *bare_option(char **argv);
+
 } // namespace kutil::common
 
 #endif

@@ -260,7 +260,7 @@ Exit read_options(int argc, char **argv, Settings *settings, bool *done)
         if (option == 'V')
             return puts("csv2sql " KUTIL_VERSION) < 0 ? kUnwritten : kDone;
         if (option == ':')
-            return misuse("the option needs an argument", argv[optind - 1]);
+            return misuse("the option needs an argument", kutil::common::bare_option(argv));
         if (option == '?')
             return misuse("no such option", kutil::common::bad_option(argv));
         const HeapText argument(kutil::copy_text(kutil::view(optarg)));

@@ -110,7 +110,7 @@ Exit read_word(int letter, char **argv, Options *options, bool *help)
         *help = true;
         break;
     case ':':
-        return misuse("the option needs an argument", argv[optind - 1]);
+        return misuse("the option needs an argument", kutil::common::bare_option(argv));
     default:
         return misuse("no such option", kutil::common::bad_option(argv));
     }

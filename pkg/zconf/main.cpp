@@ -92,7 +92,7 @@ Exit read_settings(int argc, char **argv, Settings *settings, bool *done)
             puts("zconf " KUTIL_VERSION);
             return kDone;
         case ':':
-            return misuse("the option needs an argument", argv[optind - 1]);
+            return misuse("the option needs an argument", kutil::common::bare_option(argv));
         default:
             return misuse("no such option", kutil::common::bad_option(argv));
         }
